@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs every package the project needs (Debian 12), then configures and builds it.
+# Safe to run again: packages already present are not touched, the build is incremental.
+#   BUILD_DIR   build folder (default: build)
+#   CMAKE_ARGS  extra arguments for the configure step
+set -euo pipefail
+
+cd "$(dirname "$0")/.."
+
+packages=(
+    build-essential cmake ninja-build pkg-config git
+    libcurl4-openssl-dev libsodium-dev nlohmann-json3-dev libssl-dev libarchive-dev
+    libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev libspdlog-dev
+    clang libclang-rt-14-dev
+    curl zip unzip e2fsprogs util-linux procps coreutils sudo
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$package")
+    fi
+done
+
+if [ ${#missing[@]} -gt 0 ]; then
+    as_root=()
+    [ "$(id -u)" -ne 0 ] && as_root=(sudo)
+    echo "Installing: ${missing[*]}"
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi
+
+build_dir="${BUILD_DIR:-build}"
+# shellcheck disable=SC2086
+cmake -S . -B "$build_dir" -G Ninja ${CMAKE_ARGS:-}
+cmake --build "$build_dir" --parallel "$(nproc)"

@@ -1,0 +1,22 @@
+#include "platform/process.hpp"
+
+#include <windows.h>
+
+namespace velk::updater::platform {
+
+std::string executablePath() {
+    char buffer[MAX_PATH] = {};
+    const DWORD length = GetModuleFileNameA(nullptr, buffer, MAX_PATH);
+    if (length == 0) {
+        return {};
+    }
+    return std::string(buffer, length);
+}
+
+char pathSeparator() { return '\\'; }
+
+std::string joinPath(const std::string& directory, const std::string& name) {
+    return directory + pathSeparator() + name;
+}
+
+}  // namespace velk::updater::platform

@@ -1,0 +1,125 @@
+#include "support/process_runner.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace velk::test {
+namespace {
+
+struct Pipe {
+    int fds[2] = {-1, -1};
+    Pipe() {
+        if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+    }
+    ~Pipe() { closeBoth(); }
+    void closeEnd(int i) {
+        if (fds[i] >= 0) ::close(fds[i]);
+        fds[i] = -1;
+    }
+    void closeBoth() {
+        closeEnd(0);
+        closeEnd(1);
+    }
+};
+
+std::vector<std::string> mergedEnvironment(const std::map<std::string, std::string>& extra) {
+    std::vector<std::string> result;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        const std::string name = text.substr(0, text.find('='));
+        if (extra.find(name) == extra.end()) result.push_back(text);
+    }
+    for (const auto& [name, value] : extra) result.push_back(name + "=" + value);
+    return result;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+    std::vector<char*> result;
+    for (auto& text : texts) result.push_back(text.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+// Reads both output pipes until they close while feeding the input pipe.
+void pump(Pipe& in, Pipe& out, Pipe& err, const std::string& input, ProcessResult& result) {
+    std::size_t written = 0;
+    if (input.empty()) in.closeEnd(1);
+    std::array<char, 65536> buffer{};
+    while (out.fds[0] >= 0 || err.fds[0] >= 0) {
+        std::array<pollfd, 3> polls{};
+        polls[0] = {out.fds[0], POLLIN, 0};
+        polls[1] = {err.fds[0], POLLIN, 0};
+        polls[2] = {in.fds[1], POLLOUT, 0};
+        if (::poll(polls.data(), polls.size(), -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
+        for (int i = 0; i < 2; ++i) {
+            if (polls[i].fd < 0 || polls[i].revents == 0) continue;
+            Pipe& pipe = i == 0 ? out : err;
+            const ssize_t n = ::read(pipe.fds[0], buffer.data(), buffer.size());
+            if (n <= 0) {
+                pipe.closeEnd(0);
+            } else {
+                (i == 0 ? result.out : result.err).append(buffer.data(), static_cast<std::size_t>(n));
+            }
+        }
+        if (polls[2].fd >= 0 && polls[2].revents != 0) {
+            const ssize_t n = ::write(in.fds[1], input.data() + written, input.size() - written);
+            if (n > 0) written += static_cast<std::size_t>(n);
+            if (n < 0 || written == input.size()) in.closeEnd(1);
+        }
+    }
+}
+
+}  // namespace
+
+ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
+                         const ProcessOptions& options) {
+    Pipe in, out, err;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in.fds[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, out.fds[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, err.fds[1], 2);
+    if (!options.workingDirectory.empty()) {
+        posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory.c_str());
+    }
+
+    std::vector<std::string> argTexts{program};
+    argTexts.insert(argTexts.end(), args.begin(), args.end());
+    auto argv = pointers(argTexts);
+    auto envTexts = mergedEnvironment(options.env);
+    auto envp = pointers(envTexts);
+
+    pid_t pid = -1;
+    const int rc = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0) {
+        throw std::runtime_error("cannot start " + program + ": " + std::strerror(rc));
+    }
+    in.closeEnd(0);
+    out.closeEnd(1);
+    err.closeEnd(1);
+
+    ProcessResult result;
+    pump(in, out, err, options.input, result);
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
+    return result;
+}
+
+std::string builtProgram(const std::string& name) { return std::string(VELK_BINARY_DIR) + "/" + name; }
+
+}  // namespace velk::test
