@@ -1,0 +1,17 @@
+#include "platform/log_outputs.hpp"
+
+#include <windows.h>
+
+namespace velk::updater::platform {
+
+void reportEvent(const std::string& source, EventType type, const std::string& text) {
+    HANDLE handle = RegisterEventSourceA(nullptr, source.c_str());
+    if (handle == nullptr) return;
+    const char* strings[] = {text.c_str()};
+    ReportEventA(handle, static_cast<WORD>(type), 0, 0, nullptr, 1, 0, strings, nullptr);
+    DeregisterEventSource(handle);
+}
+
+void debugOutput(const std::string& text) { OutputDebugStringA(text.c_str()); }
+
+}  // namespace velk::updater::platform

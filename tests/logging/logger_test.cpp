@@ -1,0 +1,159 @@
+#include "logging/logger.hpp"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "logging/sinks.hpp"
+#include "support/test_support.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> linesOf(const fs::path& path) {
+    std::vector<std::string> lines;
+    std::istringstream text(test::readFile(path));
+    for (std::string line; std::getline(text, line);) lines.push_back(line);
+    return lines;
+}
+
+LogEntry entryOf(LogLevel level, const std::string& message, const std::string& category = "") {
+    return LogEntry{level, message, category, std::chrono::system_clock::from_time_t(0), "4242"};
+}
+
+class LoggerTest : public ::testing::Test {
+protected:
+    LoggerConfig fileConfig(const std::string& pattern = "[{level}] {message}") {
+        LoggerConfig config;
+        config.logFilePath = (dir_ / "logs" / "updater.log").string();
+        config.pattern = pattern;
+        return config;
+    }
+    test::TempDir dir_;
+};
+
+TEST_F(LoggerTest, PlaceholdersAreReplacedOnceEachInTheLineBuiltSoFar) {
+    LoggerConfig config;
+    config.pattern = "{message} and {message}";
+    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "hi")), "hi and {message}");
+
+    config.pattern = "[{level}] {message}";
+    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "on {thread}")), "[INFO] on 4242");
+    config.includeThreadId = false;
+    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "on {thread}")), "[INFO] on {thread}");
+
+    config.pattern = "[{timestamp}] [{level}] [{category}] {message}";
+    config.includeTimestamp = false;
+    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Error, "x")), "[{timestamp}] [ERROR] [] x");
+    config.includeTimestamp = true;
+    config.timeFormat = "%Y";
+    const std::string line = Logger(config).formatEntry(entryOf(LogLevel::Warning, "x", "net"));
+    EXPECT_TRUE(line == "[1970] [WARNING] [net] x" || line == "[1969] [WARNING] [net] x") << line;
+    EXPECT_EQ(levelName(static_cast<LogLevel>(9)), "UNKNOWN");
+}
+
+TEST_F(LoggerTest, FilteredEntriesAreNeverQueued) {
+    LoggerConfig config = fileConfig();
+    config.minLevel = LogLevel::Warning;
+    Logger logger(config);
+    // Before initialize nothing is written yet, so whatever was queued shows up later.
+    logger.info("dropped");
+    logger.warning("kept");
+    logger.debug("dropped too");
+    ASSERT_TRUE(logger.initialize());
+    logger.shutdown();
+    EXPECT_EQ(linesOf(config.logFilePath), std::vector<std::string>{"[WARNING] kept"});
+}
+
+TEST_F(LoggerTest, TimestampInThePathIsResolvedOnce) {
+    LoggerConfig config = fileConfig();
+    config.logFilePath = (dir_ / "app_{timestamp}_{timestamp}.log").string();
+    Logger logger(config);
+    ASSERT_TRUE(logger.initialize());
+    logger.info("hello");
+    logger.shutdown();
+    const std::string name = fs::path(logger.currentLogFilePath()).filename().string();
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"(app_\d{8}_\d{6}_\{timestamp\}\.log)"))) << name;
+    EXPECT_EQ(linesOf(logger.currentLogFilePath()), std::vector<std::string>{"[INFO] hello"});
+}
+
+TEST_F(LoggerTest, NoSinksStillOpensTheFile) {
+    LoggerConfig config = fileConfig();
+    config.sinks = 0;
+    Logger logger(config);
+    ASSERT_TRUE(logger.initialize());
+    logger.critical("nowhere");
+    logger.shutdown();
+    EXPECT_TRUE(fs::exists(config.logFilePath));
+    EXPECT_EQ(test::readFile(config.logFilePath), "");
+}
+
+TEST_F(LoggerTest, InitializeReportsDirectoryAndFileFailures) {
+    test::writeFile(dir_ / "blocker", "a file where a folder should be");
+    LoggerConfig config = fileConfig();
+    config.logFilePath = (dir_ / "blocker" / "logs" / "updater.log").string();
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(Logger(config).initialize());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Failed to create log directory: \"" + (dir_ / "blocker" / "logs").string() + "\"\n");
+
+    fs::create_directories(dir_ / "logs" / "updater.log");  // a folder in the file's place
+    config = fileConfig();
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(Logger(config).initialize());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Failed to open log file: " + config.logFilePath + "\n");
+}
+
+TEST_F(LoggerTest, EntriesLoggedJustBeforeShutdownAreAllWritten) {
+    LoggerConfig config = fileConfig("{message}");
+    Logger logger(config);
+    ASSERT_TRUE(logger.initialize());
+    for (int i = 0; i < 1000; ++i) logger.info(std::to_string(i));
+    logger.shutdown();
+    const auto lines = linesOf(config.logFilePath);
+    ASSERT_EQ(lines.size(), 1000u);
+    EXPECT_EQ(lines.back(), "999");
+}
+
+TEST_F(LoggerTest, NoEntryIsLostOrReorderedUnderConcurrentProducers) {
+    LoggerConfig config = fileConfig("{thread} {message}");
+    Logger logger(config);
+    ASSERT_TRUE(logger.initialize());
+    constexpr int kThreads = 6;
+    constexpr int kEntries = 5000;
+    std::vector<std::thread> producers;
+    for (int t = 0; t < kThreads; ++t) {
+        producers.emplace_back([&logger, t] {
+            for (int i = 0; i < kEntries; ++i) logger.info(std::to_string(t) + ":" + std::to_string(i));
+        });
+    }
+    for (auto& producer : producers) producer.join();
+    logger.shutdown();
+
+    std::map<std::string, int> next;  // producer -> next expected sequence number
+    const auto lines = linesOf(config.logFilePath);
+    ASSERT_EQ(lines.size(), static_cast<std::size_t>(kThreads * kEntries));
+    for (const auto& line : lines) {
+        const auto colon = line.rfind(':');
+        const auto blank = line.find(' ');
+        const std::string producer = line.substr(blank + 1, colon - blank - 1);
+        ASSERT_EQ(std::stoi(line.substr(colon + 1)), next[producer]++) << line;
+    }
+    EXPECT_EQ(next.size(), static_cast<std::size_t>(kThreads));
+}
+
+TEST_F(LoggerTest, SynchronousModeWritesInTheCallingThread) {
+    LoggerConfig config = fileConfig();
+    config.asyncMode = false;
+    Logger logger(config);
+    ASSERT_TRUE(logger.initialize());
+    logger.error("now");
+    EXPECT_EQ(linesOf(config.logFilePath), std::vector<std::string>{"[ERROR] now"});
+}
+
+}  // namespace
+}  // namespace velk::updater
