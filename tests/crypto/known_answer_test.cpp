@@ -1,0 +1,138 @@
+// Published test vectors, every case of every file: NIST CAVP SHA-256, RFC 8032 Ed25519,
+// and Project Wycheproof's Ed25519 and RSA PKCS #1 v1.5 SHA-256 signature tests.
+#include <gtest/gtest.h>
+#include <sodium.h>
+
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "crypto/crypto_utils.hpp"
+#include "support/test_support.hpp"
+
+namespace velk::updater {
+namespace {
+
+using nlohmann::json;
+
+std::vector<std::uint8_t> fromHex(const std::string& hex) {
+    std::vector<std::uint8_t> bytes(hex.size() / 2);
+    for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(std::stoi(hex.substr(2 * i, 2), nullptr, 16));
+    return bytes;
+}
+
+std::string toBase64(const std::vector<std::uint8_t>& bytes) {
+    std::string text(sodium_base64_encoded_len(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+    sodium_bin2base64(text.data(), text.size(), bytes.data(), bytes.size(), sodium_base64_VARIANT_ORIGINAL);
+    text.pop_back();
+    return text;
+}
+
+std::string vector(const std::string& name) { return test::readFile(std::string(VELK_VECTOR_DIR) + "/" + name); }
+
+// "KEY = value" records separated by blank lines; '#' and '[' lines are skipped, CR removed.
+std::vector<std::map<std::string, std::string>> records(const std::string& text) {
+    std::vector<std::map<std::string, std::string>> result(1);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty()) {
+            if (!result.back().empty()) result.emplace_back();
+            continue;
+        }
+        if (line[0] == '#' || line[0] == '[') continue;
+        const auto equals = line.find(" = ");
+        const auto spaced = line.find(" =");
+        if (equals != std::string::npos) {
+            result.back()[line.substr(0, equals)] = line.substr(equals + 3);
+        } else if (spaced != std::string::npos) {
+            result.back()[line.substr(0, spaced)] = "";
+        }
+    }
+    if (result.back().empty()) result.pop_back();
+    return result;
+}
+
+class KnownAnswerTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(CryptoUtils::initialize()); }
+    void TearDown() override { CryptoUtils::cleanup(); }
+};
+
+void checkNist(const std::string& file, std::size_t expectedCount) {
+    std::size_t checked = 0;
+    for (const auto& record : records(vector(file))) {
+        if (record.count("MD") == 0) continue;
+        auto message = fromHex(record.at("Msg"));
+        message.resize(std::stoul(record.at("Len")) / 8);  // Len = 0 lists the message "00"
+        const CryptoResult digest = CryptoUtils::sha256(message);
+        ASSERT_TRUE(digest.success);
+        EXPECT_EQ(CryptoUtils::toHex(digest.data), record.at("MD")) << file << " Len " << record.at("Len");
+        ++checked;
+    }
+    EXPECT_EQ(checked, expectedCount);
+}
+
+TEST_F(KnownAnswerTest, NistSha256ShortAndLongMessages) {
+    checkNist("SHA256ShortMsg.rsp", 65);
+    checkNist("SHA256LongMsg.rsp", 64);
+}
+
+TEST_F(KnownAnswerTest, Rfc8032Ed25519) {
+    const auto tests = records(vector("rfc8032_ed25519.txt"));
+    ASSERT_EQ(tests.size(), 3u);
+    for (const auto& record : tests) {
+        const auto message = fromHex(record.at("MESSAGE"));
+        const std::string text(message.begin(), message.end());
+        const std::string signature = toBase64(fromHex(record.at("SIGNATURE")));
+        const std::string key = toBase64(fromHex(record.at("PUBLIC_KEY")));
+        EXPECT_TRUE(CryptoUtils::verifySignature(text, signature, key, "Ed25519").success) << record.at("TEST");
+        EXPECT_EQ(CryptoUtils::verifySignature(text + "!", signature, key, "Ed25519").error, "Signature verification failed");
+    }
+}
+
+TEST_F(KnownAnswerTest, WycheproofEd25519) {
+    const json document = json::parse(vector("ed25519_test.json"));
+    std::size_t valid = 0, invalid = 0;
+    for (const auto& group : document["testGroups"]) {
+        const auto key = fromHex(group["publicKey"]["pk"].get<std::string>());
+        for (const auto& test : group["tests"]) {
+            const auto message = fromHex(test["msg"].get<std::string>());
+            const auto signature = fromHex(test["sig"].get<std::string>());
+            const bool accepted = CryptoUtils::verifyEd25519(message, signature, key).success;
+            const std::string expected = test["result"];
+            ASSERT_NE(expected, "acceptable");
+            EXPECT_EQ(accepted, expected == "valid") << "tcId " << test["tcId"] << " " << test["comment"];
+            (expected == "valid" ? valid : invalid)++;
+        }
+    }
+    EXPECT_EQ(valid, 88u);
+    EXPECT_EQ(invalid, 63u);
+}
+
+// "acceptable" here is one case, MissingNull: a DigestInfo without the NULL parameter.
+// We reject it: a signature that only a lenient decoder accepts is not one we were
+// given by our own publisher.
+TEST_F(KnownAnswerTest, WycheproofRsaPkcs1Sha256) {
+    const json document = json::parse(vector("rsa_signature_2048_sha256_test.json"));
+    std::map<std::string, std::size_t> counts;
+    for (const auto& group : document["testGroups"]) {
+        const std::string key = toBase64(fromHex(group["publicKeyDer"].get<std::string>()));
+        for (const auto& test : group["tests"]) {
+            const auto message = fromHex(test["msg"].get<std::string>());
+            const std::string text(message.begin(), message.end());
+            const std::string signature = toBase64(fromHex(test["sig"].get<std::string>()));
+            const CryptoResult result = CryptoUtils::verifySignature(text, signature, key, "RSA-SHA256");
+            const std::string expected = test["result"];
+            EXPECT_EQ(result.success, expected == "valid") << "tcId " << test["tcId"] << " " << test["comment"];
+            counts[expected]++;
+        }
+    }
+    EXPECT_EQ(counts["valid"], 9u);
+    EXPECT_EQ(counts["acceptable"], 1u);
+    EXPECT_EQ(counts["invalid"], 249u);
+}
+
+}  // namespace
+}  // namespace velk::updater
