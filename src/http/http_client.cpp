@@ -1,0 +1,202 @@
+#include "http/http_client.hpp"
+
+#include <curl/curl.h>
+
+#include <chrono>
+#include <fstream>
+#include <iostream>
+
+namespace velk::updater {
+namespace {
+
+using HeaderList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
+
+HeaderList buildHeaders(const std::vector<std::string>& fixed, const HttpHeaders& first, const HttpHeaders& second) {
+    curl_slist* list = nullptr;
+    for (const auto& line : fixed) list = curl_slist_append(list, line.c_str());
+    for (const HttpHeaders* headers : {&first, &second}) {
+        for (const auto& [name, value] : *headers) list = curl_slist_append(list, (name + ": " + value).c_str());
+    }
+    return HeaderList(list, curl_slist_free_all);
+}
+
+std::size_t appendToString(char* data, std::size_t size, std::size_t count, void* target) {
+    static_cast<std::string*>(target)->append(data, size * count);
+    return size * count;
+}
+
+// Returning less than the block makes libcurl abort with its write error.
+std::size_t writeToFile(char* data, std::size_t size, std::size_t count, void* target) {
+    auto* stream = static_cast<std::ofstream*>(target);
+    stream->write(data, static_cast<std::streamsize>(size * count));
+    return stream->fail() ? 0 : size * count;
+}
+
+int reportProgress(void* target, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t) {
+    if (total > 0) {
+        const auto& progress = *static_cast<const DownloadProgress*>(target);
+        progress(static_cast<std::uint64_t>(received), static_cast<std::uint64_t>(total),
+                 static_cast<std::int32_t>(received * 100 / total));
+    }
+    return 0;  // the callback cannot stop a transfer
+}
+
+class Stopwatch {
+public:
+    std::uint64_t elapsedMs() const {
+        const auto elapsed = std::chrono::steady_clock::now() - start_;
+        return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+void debugLine(const std::string& text) { std::cout << "[HTTP DEBUG] " << text << std::endl; }
+
+}  // namespace
+
+struct HttpClient::Impl {
+    explicit Impl(const HttpConfig& config) : config(config) {}
+
+    // A reset returns the handle to libcurl's defaults; the configured settings are put
+    // back for every transfer.
+    void prepare(const std::string& url) {
+        CURL* curl = handle.get();
+        curl_easy_reset(curl);
+        curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
+        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(curl, CURLOPT_USERAGENT, config.userAgent.c_str());
+        curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+        curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 5L);
+        curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(config.connectTimeoutSeconds));
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, config.verifySsl ? 1L : 0L);
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, config.verifySsl ? 2L : 0L);
+        if (config.verifySsl && !config.caBundlePath.empty()) {
+            curl_easy_setopt(curl, CURLOPT_CAINFO, config.caBundlePath.c_str());
+        }
+        if (!config.proxyUrl.empty()) {
+            curl_easy_setopt(curl, CURLOPT_PROXY, config.proxyUrl.c_str());
+            if (!config.proxyUsername.empty()) {
+                proxyCredentials = config.proxyUsername + ":" + config.proxyPassword;
+                curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, proxyCredentials.c_str());
+            }
+        }
+    }
+
+    HttpConfig config;
+    std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle{nullptr, curl_easy_cleanup};
+    std::string proxyCredentials;
+};
+
+HttpClient::HttpClient(const HttpConfig& config) : impl_(std::make_unique<Impl>(config)) {}
+
+HttpClient::~HttpClient() = default;
+
+bool HttpClient::initialize() {
+    if (curl_global_init(CURL_GLOBAL_ALL) != CURLE_OK) return false;
+    impl_->handle.reset(curl_easy_init());
+    return impl_->handle != nullptr;
+}
+
+HttpResponse HttpClient::get(const std::string& url, const HttpHeaders& headers) {
+    const Stopwatch clock;
+    HttpResponse response;
+    CURL* curl = impl_->handle.get();
+    if (curl == nullptr) {
+        response.error = "Curl not initialized";
+        return response;
+    }
+    impl_->prepare(url);
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(impl_->config.requestTimeoutSeconds));
+    const HeaderList list = buildHeaders({}, headers, impl_->config.defaultHeaders);
+    if (list) curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list.get());
+    std::string body;
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, appendToString);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
+
+    const CURLcode result = curl_easy_perform(curl);
+    long status = 0;
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+    response.statusCode = static_cast<std::int32_t>(status);
+    response.elapsedMs = clock.elapsedMs();
+    if (result != CURLE_OK) {
+        response.error = curl_easy_strerror(result);
+        return response;
+    }
+    response.bytesDownloaded = body.size();
+    response.body = std::move(body);
+    return response;
+}
+
+HttpResponse HttpClient::download(const std::string& url, const std::string& outputPath,
+                                  const DownloadProgress& progress, const HttpHeaders& headers) {
+    const Stopwatch clock;
+    HttpResponse response;
+    CURL* curl = impl_->handle.get();
+    if (curl == nullptr) {
+        response.error = "Curl not initialized";
+        return response;
+    }
+    std::ofstream file(outputPath, std::ios::binary | std::ios::trunc);
+    if (!file.is_open()) {
+        response.error = "Failed to open output file";
+        return response;
+    }
+    impl_->prepare(url);
+    // No whole-transfer limit here: the transfer is aborted when it stalls instead.
+    curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(impl_->config.requestTimeoutSeconds));
+    const HeaderList list = buildHeaders({"Accept-Encoding: identity", "Cache-Control: no-cache"}, headers, {});
+    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list.get());
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, writeToFile);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &file);
+    if (progress) {
+        curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, reportProgress);
+        curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &progress);
+        curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+    }
+
+    const CURLcode result = curl_easy_perform(curl);
+    file.close();
+    const bool writeFailed = file.fail();
+    if (result != CURLE_OK) {
+        response.error = std::string("Curl error: ") + curl_easy_strerror(result);
+        response.elapsedMs = clock.elapsedMs();
+        return response;
+    }
+    if (writeFailed) {
+        response.error = "File write error during download";
+        response.elapsedMs = clock.elapsedMs();
+        return response;
+    }
+
+    long status = 0;
+    curl_off_t received = 0, contentLength = -1;
+    char* contentType = nullptr;
+    char* effectiveUrl = nullptr;
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(curl, CURLINFO_SIZE_DOWNLOAD_T, &received);
+    curl_easy_getinfo(curl, CURLINFO_CONTENT_TYPE, &contentType);
+    curl_easy_getinfo(curl, CURLINFO_EFFECTIVE_URL, &effectiveUrl);
+    curl_easy_getinfo(curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &contentLength);
+    response.statusCode = static_cast<std::int32_t>(status);
+    response.bytesDownloaded = static_cast<std::uint64_t>(received);
+
+    if (impl_->config.verboseOutput) {
+        if (effectiveUrl != nullptr) debugLine(std::string("Effective URL: ") + effectiveUrl);
+        if (contentType != nullptr) debugLine(std::string("Content-Type: ") + contentType);
+        debugLine("Status Code: " + std::to_string(status));
+        debugLine("Content-Length header: " + (contentLength < 1 ? std::string("not set") : std::to_string(contentLength)));
+        debugLine("Actual downloaded: " + std::to_string(received) + " bytes");
+        if (contentLength > 0 && contentLength != received) {
+            debugLine("WARNING: Content-Length mismatch! Header: " + std::to_string(contentLength) +
+                      ", Downloaded: " + std::to_string(received));
+        }
+    }
+    response.elapsedMs = clock.elapsedMs();
+    return response;
+}
+
+}  // namespace velk::updater

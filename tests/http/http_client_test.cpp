@@ -1,0 +1,207 @@
+#include "http/http_client.hpp"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "support/test_support.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A loopback server with the answers these tests need, on a port the OS picks.
+class Server {
+public:
+    Server() {
+        http_.Get("/file", [](const httplib::Request&, httplib::Response& res) { res.set_content(std::string(5000, 'f'), "application/octet-stream"); });
+        http_.Get("/missing", [](const httplib::Request&, httplib::Response& res) {
+            res.status = 404;
+            res.set_content("no such file here", "text/plain");
+        });
+        http_.Get("/empty", [](const httplib::Request&, httplib::Response& res) { res.status = 204; });
+        http_.Get("/chunked", [](const httplib::Request&, httplib::Response& res) {
+            res.set_chunked_content_provider("application/octet-stream", [](std::size_t, httplib::DataSink& sink) {
+                sink.write("abc", 3);
+                sink.done();
+                return true;
+            });
+        });
+        http_.Get("/short", [](const httplib::Request&, httplib::Response& res) {
+            res.set_content_provider(1000, "application/octet-stream", [](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                if (offset >= 900) return false;
+                const std::string block(900, 's');
+                return sink.write(block.data(), block.size());
+            });
+        });
+        http_.Get("/stall", [this](const httplib::Request&, httplib::Response& res) {
+            res.set_content_provider(1000000, "application/octet-stream", [this](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                if (offset == 0) return sink.write("start", 5);
+                while (sink.is_writable() && !stopping_) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                return false;
+            });
+        });
+        http_.Get("/redirect", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/file"); });
+        http_.Get("/loop", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/loop"); });
+        http_.Get("/echo", [](const httplib::Request& req, httplib::Response& res) {
+            std::string text;
+            for (const char* name : {"User-Agent", "Accept-Encoding", "Cache-Control", "X-Extra", "X-Default"}) {
+                text += std::string(name) + "=" + req.get_header_value(name) + "\n";
+            }
+            res.set_content(text, "text/plain");
+        });
+        port_ = http_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { http_.listen_after_bind(); });
+        while (!http_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ~Server() {
+        stopping_ = true;
+        http_.stop();
+        thread_.join();
+    }
+    std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
+
+private:
+    httplib::Server http_;
+    int port_ = 0;
+    std::thread thread_;
+    std::atomic<bool> stopping_{false};
+};
+
+// A loopback port that nothing listens on.
+int closedPort() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t length = sizeof address;
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
+class HttpClientTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(client_.initialize()); }
+    static HttpConfig verbose() {
+        HttpConfig config;
+        config.verboseOutput = true;
+        config.userAgent = "VELK-Updater/1.0.0";
+        config.defaultHeaders = {{"X-Default", "d"}};
+        return config;
+    }
+    HttpResponse downloadCapturing(const std::string& url, std::string& printed, const DownloadProgress& progress = {}) {
+        testing::internal::CaptureStdout();
+        HttpResponse response = client_.download(url, target_.string(), progress, {});
+        printed = testing::internal::GetCapturedStdout();
+        return response;
+    }
+
+    Server server_;
+    test::TempDir dir_;
+    fs::path target_ = dir_ / "download.tmp";
+    HttpClient client_{verbose()};
+};
+
+TEST_F(HttpClientTest, ErrorStatusIsATransportSuccessWithTheBodyOnDisk) {
+    std::string printed;
+    const HttpResponse response = downloadCapturing(server_.url("/missing"), printed);
+    EXPECT_EQ(response.error, "");
+    EXPECT_EQ(response.statusCode, 404);
+    EXPECT_EQ(test::readFile(target_), "no such file here");
+    EXPECT_EQ(printed, "[HTTP DEBUG] Effective URL: " + server_.url("/missing") +
+                           "\n[HTTP DEBUG] Content-Type: text/plain\n[HTTP DEBUG] Status Code: 404\n"
+                           "[HTTP DEBUG] Content-Length header: 17\n[HTTP DEBUG] Actual downloaded: 17 bytes\n");
+
+    const HttpResponse empty = client_.get(server_.url("/empty"), {});
+    EXPECT_EQ(empty.statusCode, 204);
+    EXPECT_EQ(empty.error, "");
+    EXPECT_EQ(empty.body, "");
+}
+
+TEST_F(HttpClientTest, ContentLengthReportingAndMismatch) {
+    std::string printed;
+    EXPECT_EQ(downloadCapturing(server_.url("/chunked"), printed).statusCode, 200);
+    EXPECT_NE(printed.find("[HTTP DEBUG] Content-Length header: not set\n"), std::string::npos);
+    EXPECT_EQ(printed.find("mismatch"), std::string::npos);
+
+    // Fewer bytes than announced: libcurl itself reports the cut transfer.
+    const HttpResponse cut = downloadCapturing(server_.url("/short"), printed);
+    EXPECT_EQ(cut.statusCode, 0);
+    EXPECT_EQ(cut.error, "Curl error: Transferred a partial file");
+    EXPECT_EQ(printed, "");
+}
+
+TEST_F(HttpClientTest, RefusedConnectionTextsDifferBetweenGetAndDownload) {
+    const std::string url = "http://127.0.0.1:" + std::to_string(closedPort()) + "/file";
+    const HttpResponse got = client_.get(url, {});
+    EXPECT_EQ(got.statusCode, 0);
+    EXPECT_EQ(got.error, "Couldn't connect to server");
+    EXPECT_EQ(client_.download(url, target_.string(), {}, {}).error, "Curl error: Couldn't connect to server");
+}
+
+TEST_F(HttpClientTest, RedirectsAreFollowedUpToALimit) {
+    const HttpResponse followed = client_.get(server_.url("/redirect"), {});
+    EXPECT_EQ(followed.statusCode, 200);
+    EXPECT_EQ(followed.body.size(), 5000u);
+    EXPECT_EQ(followed.bytesDownloaded, 5000u);
+    const HttpResponse loop = client_.get(server_.url("/loop"), {});
+    EXPECT_EQ(loop.error, "Number of redirects hit maximum amount");
+}
+
+TEST_F(HttpClientTest, HeadersSentForEachKindOfRequest) {
+    const HttpResponse got = client_.get(server_.url("/echo"), {{"X-Extra", "e"}});
+    EXPECT_EQ(got.body, "User-Agent=VELK-Updater/1.0.0\nAccept-Encoding=\nCache-Control=\nX-Extra=e\nX-Default=d\n");
+    std::string printed;
+    downloadCapturing(server_.url("/echo"), printed);
+    EXPECT_EQ(test::readFile(target_),
+              "User-Agent=VELK-Updater/1.0.0\nAccept-Encoding=identity\nCache-Control=no-cache\nX-Extra=\nX-Default=\n");
+}
+
+TEST_F(HttpClientTest, StalledDownloadIsAbortedByTheStallLimit) {
+    HttpConfig config;
+    config.requestTimeoutSeconds = 1;
+    HttpClient client(config);
+    ASSERT_TRUE(client.initialize());
+    const HttpResponse response = client.download(server_.url("/stall"), target_.string(), {}, {});
+    EXPECT_EQ(response.statusCode, 0);
+    EXPECT_EQ(response.error.rfind("Curl error: ", 0), 0u) << response.error;
+    EXPECT_EQ(test::readFile(target_), "start");
+}
+
+TEST_F(HttpClientTest, ProgressOnlyWhileTheTotalIsKnown) {
+    std::vector<std::uint64_t> totals;
+    std::int32_t lastPercent = -1;
+    DownloadProgress progress = [&](std::uint64_t, std::uint64_t total, std::int32_t percent) {
+        totals.push_back(total);
+        lastPercent = percent;
+    };
+    std::string printed;
+    downloadCapturing(server_.url("/file"), printed, progress);
+    ASSERT_FALSE(totals.empty());
+    for (auto total : totals) EXPECT_EQ(total, 5000u);
+    EXPECT_EQ(lastPercent, 100);
+    totals.clear();
+    downloadCapturing(server_.url("/chunked"), printed, progress);
+    EXPECT_TRUE(totals.empty());
+}
+
+TEST(HttpClientSetup, FailuresBeforeAnyTransfer) {
+    HttpClient client{HttpConfig{}};
+    EXPECT_EQ(client.get("http://127.0.0.1:1/", {}).error, "Curl not initialized");
+    EXPECT_EQ(client.download("http://127.0.0.1:1/", "/tmp/x", {}, {}).error, "Curl not initialized");
+    ASSERT_TRUE(client.initialize());
+    const HttpResponse response = client.download("http://127.0.0.1:1/", "/nonexistent-dir/x/file", {}, {});
+    EXPECT_EQ(response.error, "Failed to open output file");
+    EXPECT_EQ(response.statusCode, 0);
+}
+
+}  // namespace
+}  // namespace velk::updater
