@@ -159,14 +159,21 @@ std::string validateManifest(const Manifest& manifest) {
 bool isManifestValid(const Manifest& manifest) { return validateManifest(manifest).empty(); }
 
 std::chrono::system_clock::time_point parseIsoTime(const std::string& text) {
+    using namespace std::chrono;
     std::tm calendar{};
     std::istringstream stream(text);
     stream >> std::get_time(&calendar, "%Y-%m-%dT%H:%M:%SZ");
     if (stream.fail()) return {};
-    using namespace std::chrono;
     const year_month_day date{year{calendar.tm_year + 1900}, month{static_cast<unsigned>(calendar.tm_mon + 1)},
                               day{static_cast<unsigned>(calendar.tm_mday)}};
-    return sys_days{date} + hours{calendar.tm_hour} + minutes{calendar.tm_min} + seconds{calendar.tm_sec};
+    if (!date.ok()) return {};
+    const seconds sinceEpoch = sys_days{date}.time_since_epoch() + hours{calendar.tm_hour} +
+                               minutes{calendar.tm_min} + seconds{calendar.tm_sec};
+    // The clock counts in units far finer than seconds; a date it cannot hold reads as
+    // the epoch rather than overflowing.
+    const auto limit = duration_cast<seconds>(system_clock::duration::max());
+    if (sinceEpoch > limit || sinceEpoch < -limit) return {};
+    return system_clock::time_point{duration_cast<system_clock::duration>(sinceEpoch)};
 }
 
 }  // namespace velk::updater

@@ -165,6 +165,10 @@ TEST(ParseIsoTime, ReadsUtc) {
     EXPECT_EQ(system_clock::to_time_t(parseIsoTime("1970-01-02T00:00:01Z")), 86401);
     EXPECT_EQ(system_clock::to_time_t(parseIsoTime("2024-02-29T23:59:59Z")), 1709251199);
     EXPECT_EQ(system_clock::to_time_t(parseIsoTime("yesterday")), 0);
+    // Dates the clock cannot hold and impossible dates read as the epoch.
+    EXPECT_EQ(system_clock::to_time_t(parseIsoTime("-30225-01-01T00:00:00Z")), 0);
+    EXPECT_EQ(system_clock::to_time_t(parseIsoTime("9999-12-31T23:59:59Z")), 0);
+    EXPECT_EQ(system_clock::to_time_t(parseIsoTime("2023-02-30T00:00:00Z")), 0);
 }
 
 }  // namespace
