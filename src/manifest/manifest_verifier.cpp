@@ -1,0 +1,124 @@
+#include "manifest/manifest_verifier.hpp"
+
+#include "crypto/crypto_utils.hpp"
+
+namespace velk::updater {
+
+struct ManifestVerifier::Impl {
+    ManifestVerifierConfig config;
+    HttpClient& httpClient;  // kept for the owner's sake; the verifier fetches nothing
+    Logger& logger;
+    std::optional<Manifest> currentManifest;
+};
+
+ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
+                                          const std::string& installedBuildNumber) {
+    ManifestVerifierConfig config;
+    config.publicKey.clear();
+    config.manifestUrl = manifestUrlForChannel(options.channel);
+    config.currentVersion = installedVersion;
+    config.currentBuildNumber = installedBuildNumber;
+    config.channel = options.channel;
+    config.requireSignature = false;
+    config.allowDowngrades = !(options.disableDowngrades && !options.force);
+    return config;
+}
+
+std::string signedManifestText(const Manifest& manifest) {
+    std::string text = manifest.version + manifest.build_number + manifest.git_commit;
+    for (const auto& file : manifest.files) text += file.name + file.sha256 + std::to_string(file.size);
+    return text;
+}
+
+ManifestVerifier::ManifestVerifier(const ManifestVerifierConfig& config, HttpClient& httpClient, Logger& logger)
+    : impl_(std::make_unique<Impl>(Impl{config, httpClient, logger, std::nullopt})) {}
+
+ManifestVerifier::~ManifestVerifier() = default;
+
+std::optional<Manifest> ManifestVerifier::getCurrentManifest() const { return impl_->currentManifest; }
+
+const ManifestVerifierConfig& ManifestVerifier::config() const { return impl_->config; }
+
+VerificationResult ManifestVerifier::parseAndVerify(const std::string& manifestJson) {
+    Logger& logger = impl_->logger;
+    VerificationResult result;
+    result.timestamp = std::chrono::system_clock::now();
+    auto reject = [&](const std::string& message) {
+        result.errorMessage = message;
+        logger.error(message);
+        return result;
+    };
+
+    std::optional<Manifest> manifest = parseManifest(manifestJson);
+    if (!manifest) return reject("Failed to parse manifest JSON");
+    logger.info("Manifest parsed successfully, version: " + manifest->version);
+
+    const std::string structure = validateManifest(*manifest);
+    if (!structure.empty()) return reject("Invalid manifest structure: " + structure);
+    result.structureValid = true;
+    result.manifestVersion = manifest->version;
+
+    if (impl_->config.requireSignature) {
+        if (!verifyManifestSignature(*manifest)) return reject("Signature verification failed");
+        result.signatureValid = true;
+        logger.info("Manifest signature verified successfully");
+    } else {
+        result.signatureValid = true;
+        logger.warning("Signature verification is disabled");
+    }
+
+    if (!checkVersionCompatibility(*manifest)) return reject("Version compatibility check failed");
+
+    result.valid = true;
+    impl_->currentManifest = manifest;
+    logger.info("Manifest verification completed successfully");
+    result.manifest = std::move(manifest);
+    return result;
+}
+
+bool ManifestVerifier::verifyManifestSignature(const Manifest& manifest) const {
+    Logger& logger = impl_->logger;
+    const ManifestSignature& signature = manifest.signature;
+    auto fail = [&](const std::string& message) {
+        logger.error(message);
+        return false;
+    };
+    if (!CryptoUtils::isInitialized()) return fail("CryptoUtils not initialized");
+    if (signature.algorithm.empty()) return fail("Signature algorithm not specified");
+    if (signature.signature.empty()) return fail("Signature not present");
+
+    std::string key;
+    if (signature.algorithm == "RSA-SHA256") {
+        key = signature.public_key;
+        if (key.empty()) return fail("RSA public key not present in manifest");
+    } else if (signature.algorithm == "Ed25519") {
+        key = impl_->config.publicKey;
+        if (key.empty()) return fail("Ed25519 public key not configured");
+    } else {
+        return fail("Unsupported signature algorithm: " + signature.algorithm);
+    }
+
+    const CryptoResult verified =
+        CryptoUtils::verifySignature(signedManifestText(manifest), signature.signature, key, signature.algorithm);
+    if (!verified.success) return fail("Signature verification failed: " + verified.error);
+    logger.info("Signature verified successfully using " + signature.algorithm);
+    return true;
+}
+
+bool ManifestVerifier::checkVersionCompatibility(const Manifest& manifest) const {
+    const ManifestVerifierConfig& config = impl_->config;
+    // Plain byte order here; the analysis compares component by component.
+    if (!config.allowDowngrades && !config.currentVersion.empty() && manifest.version < config.currentVersion) {
+        impl_->logger.warning("Downgrade detected: " + manifest.version + " < " + config.currentVersion);
+        return false;
+    }
+    if (manifest.minimum_version.empty() || config.currentVersion.empty()) return true;
+    if (config.currentVersion < manifest.minimum_version) {
+        impl_->logger.error("Current version " + config.currentVersion + " below minimum required " +
+                            manifest.minimum_version);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace velk::updater

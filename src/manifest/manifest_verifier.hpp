@@ -1,0 +1,79 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/options.hpp"
+#include "logging/logger.hpp"
+#include "manifest/manifest.hpp"
+
+namespace velk::updater {
+
+class HttpClient;
+
+struct ManifestVerifierConfig {
+    std::string publicKey;  // base64 Ed25519 key used when a manifest names "Ed25519"
+    std::string manifestUrl;
+    std::string currentVersion;
+    std::string currentBuildNumber;
+    std::string channel = "stable";
+    bool requireSignature = false;
+    bool allowDowngrades = true;
+};
+
+// The verifier settings of a run: downgrades are refused only when disabled and not forced.
+ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
+                                          const std::string& installedBuildNumber);
+
+struct VerificationStatus {
+    bool valid = false;
+    bool signatureValid = false;
+    bool structureValid = false;
+    std::string errorMessage;
+    std::string manifestVersion;
+    std::chrono::system_clock::time_point timestamp{};
+};
+
+// The status, and the manifest when it was accepted.
+struct VerificationResult : VerificationStatus {
+    std::optional<Manifest> manifest;
+};
+
+// Turns manifest text into a trusted manifest: structure, optional signature, version
+// compatibility. Keeps the last accepted manifest. Does no I/O of its own.
+class ManifestVerifier {
+public:
+    ManifestVerifier(const ManifestVerifierConfig& config, HttpClient& httpClient, Logger& logger);
+    ~ManifestVerifier();
+    ManifestVerifier(const ManifestVerifier&) = delete;
+    ManifestVerifier& operator=(const ManifestVerifier&) = delete;
+
+    VerificationResult parseAndVerify(const std::string& manifestJson);
+    std::optional<Manifest> getCurrentManifest() const;
+    const ManifestVerifierConfig& config() const;
+
+    // Reports how the current manifest's version and build compare with the installed
+    // ones, component by component; true when the manifest should be applied.
+    bool analyzeVersionComparison() const;
+
+    bool verifyManifestSignature(const Manifest& manifest) const;
+    bool checkVersionCompatibility(const Manifest& manifest) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// The text a manifest signature covers: version, build, commit, then name, digest and
+// decimal size of every file in order, without separators.
+std::string signedManifestText(const Manifest& manifest);
+
+// -1, 0 or 1 for a against b: dot-separated components as 32-bit numbers (anything
+// unreadable is 0), at least three each.
+int compareVersionComponents(const std::string& a, const std::string& b);
+// -1, 0 or 1 for a against b read as 64-bit numbers (empty or unreadable is 0).
+int compareBuildNumbers(const std::string& a, const std::string& b);
+
+}  // namespace velk::updater

@@ -1,0 +1,257 @@
+#include "manifest/manifest_verifier.hpp"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+#include <sodium.h>
+
+#include <nlohmann/json.hpp>
+
+#include "crypto/crypto_utils.hpp"
+#include "http/http_client.hpp"
+#include "support/log_capture.hpp"
+
+namespace velk::updater {
+namespace {
+
+using nlohmann::json;
+
+std::string base64(const std::string& bytes) {
+    std::string text(sodium_base64_encoded_len(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+    sodium_bin2base64(text.data(), text.size(), reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
+                      sodium_base64_VARIANT_ORIGINAL);
+    text.resize(text.size() - 1);
+    return text;
+}
+
+json document(const std::string& version, const std::string& build = "1234") {
+    return json{{"manifest",
+                 {{"version", version},
+                  {"build_number", build},
+                  {"git_commit", "abc123"},
+                  {"files",
+                   {{{"name", "VELK.dll"}, {"url", "files/VELK.dll"}, {"size", 42}, {"sha256", "d00d"}},
+                    {{"name", "VELK_Launcher.exe"}, {"url", "files/L.exe"}, {"size", 7}, {"sha256", "beef"}}}}}},
+                {"signature", {{"algorithm", "Ed25519"}, {"public_key", "a2V5"}, {"signature", "c2ln"}}}};
+}
+
+// The signed text as a publisher builds it, written out independently of the verifier.
+std::string signedText(const json& doc) {
+    const json& m = doc["manifest"];
+    std::string text = m["version"].get<std::string>() + m["build_number"].get<std::string>() +
+                       m["git_commit"].get<std::string>();
+    for (const auto& f : m["files"]) {
+        text += f["name"].get<std::string>() + f["sha256"].get<std::string>() + std::to_string(f["size"].get<int>());
+    }
+    return text;
+}
+
+class VerifierTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(CryptoUtils::initialize()); }
+    void TearDown() override { CryptoUtils::cleanup(); }
+
+    ManifestVerifier make(ManifestVerifierConfig config) { return ManifestVerifier(config, http_, log_.logger()); }
+    static ManifestVerifierConfig installed(const std::string& version, const std::string& build, bool allowDowngrades) {
+        ManifestVerifierConfig config;
+        config.currentVersion = version;
+        config.currentBuildNumber = build;
+        config.allowDowngrades = allowDowngrades;
+        return config;
+    }
+
+    HttpClient http_{HttpConfig{}};
+    test::LogCapture log_;
+};
+
+TEST_F(VerifierTest, Ed25519SignatureGuardsEveryHashAndTheFileOrder) {
+    unsigned char publicKey[crypto_sign_PUBLICKEYBYTES], secretKey[crypto_sign_SECRETKEYBYTES];
+    crypto_sign_keypair(publicKey, secretKey);
+    json doc = document("2.1.0");
+    const std::string message = signedText(doc);
+    unsigned char signature[crypto_sign_BYTES];
+    crypto_sign_detached(signature, nullptr, reinterpret_cast<const unsigned char*>(message.data()), message.size(),
+                         secretKey);
+    doc["signature"]["signature"] = base64(std::string(reinterpret_cast<char*>(signature), sizeof signature));
+
+    ManifestVerifierConfig config = installed("2.0.0", "1", true);
+    config.requireSignature = true;
+    config.publicKey = base64(std::string(reinterpret_cast<char*>(publicKey), sizeof publicKey));
+    ManifestVerifier verifier = make(config);
+    EXPECT_EQ(signedManifestText(*parseManifest(doc.dump())), message);
+    EXPECT_TRUE(verifier.parseAndVerify(doc.dump()).valid);
+    EXPECT_TRUE(log_.contains("[INFO] Signature verified successfully using Ed25519"));
+
+    json tampered = doc;
+    tampered["manifest"]["files"][1]["sha256"] = "beee";
+    const VerificationResult changed = verifier.parseAndVerify(tampered.dump());
+    EXPECT_FALSE(changed.valid);
+    EXPECT_EQ(changed.errorMessage, "Signature verification failed");
+    EXPECT_FALSE(changed.manifest);
+
+    json reordered = doc;
+    std::swap(reordered["manifest"]["files"][0], reordered["manifest"]["files"][1]);
+    EXPECT_FALSE(verifier.parseAndVerify(reordered.dump()).valid);
+    EXPECT_TRUE(log_.contains("[ERROR] Signature verification failed: Signature verification failed"));
+    // The accepted manifest stays current after later rejections.
+    EXPECT_EQ(verifier.getCurrentManifest()->files[0].name, "VELK.dll");
+}
+
+TEST_F(VerifierTest, RsaSignatureUsesTheKeyInTheManifest) {
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_RSA_gen(2048), EVP_PKEY_free);
+    ASSERT_TRUE(key);
+    unsigned char* der = nullptr;
+    const int derLength = i2d_PUBKEY(key.get(), &der);
+    const std::string publicKey(reinterpret_cast<char*>(der), static_cast<std::size_t>(derLength));
+    OPENSSL_free(der);
+
+    json doc = document("2.1.0");
+    const std::string message = signedText(doc);
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    std::size_t length = 0;
+    ASSERT_EQ(EVP_DigestSignInit(ctx.get(), nullptr, EVP_sha256(), nullptr, key.get()), 1);
+    ASSERT_EQ(EVP_DigestSign(ctx.get(), nullptr, &length, reinterpret_cast<const unsigned char*>(message.data()),
+                             message.size()), 1);
+    std::string signature(length, '\0');
+    ASSERT_EQ(EVP_DigestSign(ctx.get(), reinterpret_cast<unsigned char*>(signature.data()), &length,
+                             reinterpret_cast<const unsigned char*>(message.data()), message.size()), 1);
+    doc["signature"] = {{"algorithm", "RSA-SHA256"}, {"public_key", base64(publicKey)}, {"signature", base64(signature)}};
+
+    ManifestVerifierConfig config = installed("2.0.0", "1", true);
+    config.requireSignature = true;
+    ManifestVerifier verifier = make(config);
+    EXPECT_TRUE(verifier.parseAndVerify(doc.dump()).valid);
+    json tampered = doc;
+    tampered["manifest"]["files"][0]["sha256"] = "d00e";
+    EXPECT_FALSE(verifier.parseAndVerify(tampered.dump()).valid);
+}
+
+TEST_F(VerifierTest, SignatureSettingsProblemsAreRejections) {
+    ManifestVerifierConfig config = installed("2.0.0", "1", true);
+    config.requireSignature = true;
+    ManifestVerifier verifier = make(config);
+    EXPECT_EQ(verifier.parseAndVerify(document("2.1.0").dump()).errorMessage, "Signature verification failed");
+    EXPECT_EQ(log_.lines().at(1), "[ERROR] Ed25519 public key not configured");
+
+    json other = document("2.1.0");
+    other["signature"]["algorithm"] = "ed25519";
+    log_.clear();
+    verifier.parseAndVerify(other.dump());
+    EXPECT_EQ(log_.lines().at(1), "[ERROR] Unsupported signature algorithm: ed25519");
+
+    CryptoUtils::cleanup();
+    log_.clear();
+    verifier.parseAndVerify(document("2.1.0").dump());
+    EXPECT_EQ(log_.lines().at(1), "[ERROR] CryptoUtils not initialized");
+}
+
+TEST_F(VerifierTest, AcceptedManifestLogsInOrder) {
+    ManifestVerifier verifier = make(makeVerifierConfig(UpdaterConfig{}, "2.0.0", "1200"));
+    const VerificationResult result = verifier.parseAndVerify(document("2.1.0").dump());
+    ASSERT_TRUE(result.valid);
+    EXPECT_TRUE(result.structureValid && result.signatureValid);
+    EXPECT_EQ(result.manifestVersion, "2.1.0");
+    EXPECT_TRUE(verifier.analyzeVersionComparison());
+    EXPECT_EQ(log_.lines(), (std::vector<std::string>{
+                                "[INFO] Manifest parsed successfully, version: 2.1.0",
+                                "[WARNING] Signature verification is disabled",
+                                "[INFO] Manifest verification completed successfully",
+                                "[INFO] === Version Comparison Analysis ===",
+                                "[INFO] Installed VELK version: 2.0.0 build 1200",
+                                "[INFO] Manifest version: 2.1.0 build 1234",
+                                "[INFO] Updater version: 1.0.0",
+                                "[INFO] Allow downgrades: YES",
+                                "[INFO] Version comparison: 2.1.0 vs 2.0.0 = NEWER",
+                                "[INFO] [OK] UPDATE AVAILABLE: Manifest version is newer than installed version",
+                                "[INFO] Update type: VERSION UPDATE (2.0.0 -> 2.1.0)",
+                            }));
+}
+
+TEST_F(VerifierTest, StructureAndMinimumVersionRejections) {
+    ManifestVerifier verifier = make(installed("1.0.0", "1", true));
+    EXPECT_EQ(verifier.parseAndVerify("{").errorMessage, "Failed to parse manifest JSON");
+    json unsigned_ = document("2.1.0");
+    unsigned_.erase("signature");
+    EXPECT_EQ(verifier.parseAndVerify(unsigned_.dump()).errorMessage,
+              "Invalid manifest structure: Signature algorithm is empty");
+    json minimum = document("2.1.0");
+    minimum["manifest"]["minimum_version"] = "1.2.0";
+    EXPECT_EQ(verifier.parseAndVerify(minimum.dump()).errorMessage, "Version compatibility check failed");
+    EXPECT_TRUE(log_.contains("[ERROR] Current version 1.0.0 below minimum required 1.2.0"));
+    EXPECT_FALSE(verifier.getCurrentManifest());
+    EXPECT_FALSE(verifier.analyzeVersionComparison());
+}
+
+TEST(VerifierConfig, DowngradesAreRefusedOnlyWhenDisabledAndNotForced) {
+    UpdaterConfig options;
+    options.channel = "test";
+    EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowDowngrades);
+    options.disableDowngrades = true;
+    const ManifestVerifierConfig refused = makeVerifierConfig(options, "1", "2");
+    EXPECT_FALSE(refused.allowDowngrades);
+    EXPECT_EQ(refused.manifestUrl, manifestUrlForChannel("test"));
+    EXPECT_EQ(refused.channel, "test");
+    EXPECT_FALSE(refused.requireSignature);
+    EXPECT_TRUE(refused.publicKey.empty());
+    options.force = true;
+    EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowDowngrades);
+}
+
+// The verifier's byte order, the analysis's numeric order and their disagreement.
+TEST_F(VerifierTest, ThreeVersionOrdersDisagreeAsIntended) {
+    ManifestVerifier strict = make(installed("9.0.0", "1", false));
+    EXPECT_EQ(strict.parseAndVerify(document("10.0.0").dump()).errorMessage, "Version compatibility check failed");
+    EXPECT_TRUE(log_.contains("[WARNING] Downgrade detected: 10.0.0 < 9.0.0"));
+
+    ManifestVerifier newer = make(installed("10.0.0", "1", false));
+    ASSERT_TRUE(newer.parseAndVerify(document("9.0.0").dump()).valid);
+    log_.clear();
+    EXPECT_FALSE(newer.analyzeVersionComparison());
+    EXPECT_EQ(log_.from("[INFO] Version comparison: 9.0.0 vs 10.0.0 = OLDER"),
+              (std::vector<std::string>{"[INFO] Version comparison: 9.0.0 vs 10.0.0 = OLDER",
+                                        "[INFO] [WARN] DOWNGRADE DETECTED: Manifest version is older than installed version",
+                                        "[INFO] Downgrade: 10.0.0 -> 9.0.0",
+                                        "[INFO] [BLOCKED] DOWNGRADE BLOCKED: allow_downgrades is disabled"}));
+}
+
+TEST_F(VerifierTest, SameVersionLetsTheBuildDecide) {
+    struct Case {
+        std::string installedVersion, installedBuild, manifestVersion, manifestBuild;
+        bool allowDowngrades;
+        bool expected;
+        std::string verdict;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"2.0.0", "5", "2.0.0-beta", "6", false, true, "[OK] PATCH UPDATE AVAILABLE: Same version, newer build number"},
+             {"1.2.0", "100", "1.2", "0100", true, false, "[OK] NO UPDATE NEEDED: Already at the exact same version and build"},
+             {"1.0.0", "5", "1.0.0", "", true, true, "[OK] BUILD DOWNGRADE ALLOWED: allow_downgrades is enabled"},
+             {"1.0.0", "5", "1.0.0", "", false, false, "[BLOCKED] BUILD DOWNGRADE BLOCKED: allow_downgrades is disabled"},
+             {"1.0.0", "0", "1.0.0", "nightly", false, false, "[OK] NO UPDATE NEEDED: Already at the exact same version and build"},
+             {"1.0.0", "1", "1.0.12345678901", "1", false, false, "[OK] NO UPDATE NEEDED: Already at the exact same version and build"},
+         }) {
+        ManifestVerifier verifier = make(installed(c.installedVersion, c.installedBuild, c.allowDowngrades));
+        ASSERT_TRUE(verifier.parseAndVerify(document(c.manifestVersion, c.manifestBuild).dump()).valid) << c.manifestVersion;
+        log_.clear();
+        EXPECT_EQ(verifier.analyzeVersionComparison(), c.expected) << c.manifestVersion << " " << c.manifestBuild;
+        EXPECT_TRUE(log_.contains("[INFO] Version comparison: " + c.manifestVersion + " vs " + c.installedVersion + " = SAME"));
+        EXPECT_TRUE(log_.contains("[INFO] " + c.verdict)) << c.manifestVersion << " " << c.manifestBuild;
+    }
+}
+
+TEST(VersionComponents, NumericComparisonWithPaddingAndLimits) {
+    EXPECT_EQ(compareVersionComponents("1.10.0", "1.9.0"), 1);
+    EXPECT_EQ(compareVersionComponents("1.2.3.4", "1.2.3"), 1);
+    EXPECT_EQ(compareVersionComponents("1.2", "1.2.0"), 0);
+    EXPECT_EQ(compareVersionComponents("1.2.", "1.2.0"), 0);
+    EXPECT_EQ(compareVersionComponents("2.0.0-beta", "2.0.0"), 0);
+    EXPECT_EQ(compareVersionComponents(" 3.-1", "3.0"), -1);
+    EXPECT_EQ(compareVersionComponents("0.0.1", "0.0.0"), 1);
+    EXPECT_EQ(compareVersionComponents("99999999999.0", "0.0"), 0);
+    EXPECT_EQ(compareBuildNumbers("0100", "100"), 0);
+    EXPECT_EQ(compareBuildNumbers("9223372036854775807", "1"), 1);
+    EXPECT_EQ(compareBuildNumbers("99999999999999999999", "0"), 0);
+    EXPECT_EQ(compareBuildNumbers("-2", ""), -1);
+}
+
+}  // namespace
+}  // namespace velk::updater
