@@ -1,0 +1,141 @@
+#include <filesystem>
+
+#include "files/file_updater.hpp"
+#include "files/file_updater_impl.hpp"
+#include "files/url_candidates.hpp"
+#include "http/http_client.hpp"
+#include "platform/zip_extract.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isSuccessStatus(int status) { return status >= 200 && status <= 299; }
+
+bool endsWith(const std::string& text, const std::string& suffix) {
+    return text.size() >= suffix.size() && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+void logDownloadStart(Logger& logger, const ManifestFile& file, const std::string& tempPath) {
+    logger.info("=== Download Debug Info ===");
+    logger.info("File: " + file.name);
+    logger.info("URL: " + file.url);
+    logger.info("Expected size: " + std::to_string(file.size) + " bytes");
+    logger.info("Expected SHA256: " + file.sha256);
+    logger.info("Temp path: " + tempPath);
+}
+
+std::string attemptsText(const std::vector<std::string>& urls) {
+    std::string text = "Download failed after attempts (zip then plain per base):\n";
+    for (const auto& url : urls) text += "  - " + url + "\n";
+    return text;
+}
+
+// Unpacks the downloaded archive beside it and points the result at the wanted file.
+void extractArchive(const ManifestFile& file, const std::string& tempPath, FileUpdateResult& result, Logger& logger) {
+    try {
+        const fs::path directory = fs::path(tempPath).parent_path() / (file.name + ".unzdir");
+        std::error_code ignored;
+        fs::create_directories(directory, ignored);
+        const bool extracted = platform::extractZip(tempPath, directory.string());
+        fs::remove(tempPath, ignored);
+        if (!extracted) {
+            result.success = false;
+            result.errorMessage = "Failed to extract zip";
+            return;
+        }
+        for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+            if (entry.is_regular_file() && entry.path().filename().string() == file.name) {
+                result.filePath = entry.path().string();
+                result.bytesDownloaded = entry.file_size();
+                logger.info("Extracted zip for file: " + file.name);
+                return;
+            }
+        }
+        result.success = false;
+        result.errorMessage = "Zip missing expected entry";
+    } catch (const std::exception& error) {
+        result.success = false;
+        result.errorMessage = std::string("Failed to extract zip: ") + error.what();
+    }
+}
+
+void checkSize(const ManifestFile& file, FileUpdateResult& result, Logger& logger) {
+    if (file.size == 0) return;
+    std::uintmax_t actual = 0;
+    try {
+        actual = fs::file_size(result.filePath);
+    } catch (const std::exception& error) {
+        result.success = false;
+        result.errorMessage = std::string("Failed to stat file: ") + error.what();
+        return;
+    }
+    if (actual != file.size) {
+        logger.error("File size mismatch after download: expected " + std::to_string(file.size) + ", got " +
+                     std::to_string(actual));
+        result.success = false;
+        result.errorMessage = "File size mismatch";
+    }
+}
+
+}  // namespace
+
+FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
+    Impl& impl = *impl_;
+    const std::string tempPath = getTempPath(file);
+    const auto start = std::chrono::steady_clock::now();
+    logDownloadStart(impl.logger, file, tempPath);
+
+    FileUpdateResult result;
+    result.filePath = tempPath;
+    if (impl.config.baseUrls.empty()) {
+        const HttpResponse response = impl.httpClient.download(file.url, tempPath, nullptr, {});
+        if (isSuccessStatus(response.statusCode) && fs::exists(tempPath)) {
+            result.success = true;
+            result.bytesDownloaded = response.bytesDownloaded;
+        } else {
+            result.errorMessage = "Direct download failed: " + response.error;
+        }
+        return result;
+    }
+
+    UrlCandidateGenerator candidates(impl.config.baseUrls, impl.config.tryArchiveFirst);
+    candidates.reset(file.url, file.name);
+    std::string url;
+    std::string succeededUrl;
+    bool isArchive = false;
+    while (succeededUrl.empty() && candidates.next(url, isArchive)) {
+        std::error_code ignored;
+        if (fs::exists(tempPath, ignored)) fs::remove(tempPath, ignored);
+        const HttpResponse response = impl.httpClient.download(url, tempPath, nullptr, {});
+        if (!isSuccessStatus(response.statusCode)) {
+            impl.logger.warning("Download attempt failed: " + url + " => " + response.error + " (" +
+                                std::to_string(response.statusCode) + ")");
+            continue;
+        }
+        result.downloadTimeMs = millisecondsSince(start);
+        result.bytesDownloaded = response.bytesDownloaded;
+        if (!fs::exists(tempPath)) {
+            impl.logger.error("Downloaded file missing after success: " + tempPath);
+            continue;
+        }
+        succeededUrl = url;
+    }
+    if (succeededUrl.empty()) {
+        result.errorMessage = attemptsText(candidates.attemptedUrls());
+        return result;
+    }
+
+    impl.logger.info("Download succeeded from: " + succeededUrl);
+    result.success = true;
+    // Only the lower-case suffix names an archive, as the candidates are formed.
+    if (succeededUrl.size() >= 4 && endsWith(succeededUrl, ".zip")) {
+        extractArchive(file, tempPath, result, impl.logger);
+        if (!result.success) return result;
+    }
+    checkSize(file, result, impl.logger);
+    return result;
+}
+
+}  // namespace velk::updater

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+
+#include "files/file_updater.hpp"
+
+// State shared by the file updater's parts (lifecycle, download, installation, update loop).
+namespace velk::updater {
+
+struct FileUpdater::Impl {
+    Impl(const FileUpdaterConfig& config, HttpClient& httpClient, Logger& logger)
+        : config(config), httpClient(httpClient), logger(logger) {}
+
+    FileUpdaterConfig config;
+    HttpClient& httpClient;
+    Logger& logger;
+    UpdateProgress progress;
+    std::atomic<bool> cancelRequested{false};
+    // Never reset: they add up over every updateFiles call on the same object.
+    std::uint64_t filesProcessed = 0;
+    std::uint64_t successfulCount = 0;
+    std::uint64_t failedCount = 0;
+    std::uint64_t totalBytesDownloaded = 0;
+};
+
+inline std::uint64_t millisecondsSince(std::chrono::steady_clock::time_point start) {
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(elapsed).count() / 1000000);
+}
+
+}  // namespace velk::updater

@@ -1,0 +1,69 @@
+#include <filesystem>
+
+#include "files/file_updater.hpp"
+#include "files/file_updater_impl.hpp"
+#include "platform/file_replace.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Puts the staged copy in place of the target in one step. The staged bytes reach the
+// disk first, so a crash leaves the target either old or new, never partly written.
+void replaceWithStaging(const fs::path& staging, const fs::path& target) {
+    if (!platform::flushFile(staging.string())) {
+        throw fs::filesystem_error("flush of staged file failed", staging, std::make_error_code(std::errc::io_error));
+    }
+    std::string error;
+    if (!platform::replaceFile(staging.string(), target.string(), error)) {
+        throw fs::filesystem_error("rename failed: " + error, staging, target,
+                                   std::make_error_code(std::errc::io_error));
+    }
+}
+
+}  // namespace
+
+FileUpdateResult FileUpdater::installFile(const ManifestFile& file, const std::string& downloadedPath,
+                                          FileUpdateResult result) {
+    Impl& impl = *impl_;
+    const auto start = std::chrono::steady_clock::now();
+    result.filePath = file.target_path;
+    result.success = false;
+    result.errorMessage.clear();
+    try {
+        const fs::path target = fs::path(impl.config.installDirectory) / file.target_path;
+        fs::create_directories(target.parent_path());
+
+        if (impl.config.createBackups && file.backup && fs::exists(target)) {
+            const fs::path backup = getBackupPath(file);
+            fs::create_directories(backup.parent_path());
+            fs::copy_file(target, backup, fs::copy_options::none);
+            impl.logger.debug("Created backup: " + backup.string());
+        }
+
+        if (impl.config.useStaging) {
+            const fs::path staging = target.string() + ".staging";
+            if (fs::exists(staging)) {
+                impl.logger.debug("Removing leftover staging file: " + staging.string());
+                fs::remove(staging);
+            }
+            fs::copy_file(downloadedPath, staging, fs::copy_options::none);
+            // Point of no return: from here on the target holds the new file.
+            replaceWithStaging(staging, target);
+        } else {
+            fs::copy_file(downloadedPath, target, fs::copy_options::overwrite_existing);
+        }
+
+        if (impl.config.deleteTempAfterInstall) fs::remove(downloadedPath);
+        result.success = true;
+        impl.logger.debug("Installed file: " + file.name + " to " + target.string());
+    } catch (const std::exception& error) {
+        result.errorMessage = std::string("Installation failed: ") + error.what();
+        impl.logger.error("Installation failed for " + file.name + ": " + error.what());
+    }
+    result.installTimeMs = millisecondsSince(start);
+    return result;
+}
+
+}  // namespace velk::updater

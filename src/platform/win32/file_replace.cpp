@@ -1,0 +1,27 @@
+#include "platform/file_replace.hpp"
+
+#include <windows.h>
+
+#include "platform/elevation.hpp"
+
+namespace velk::updater::platform {
+
+bool flushFile(const std::string& path) {
+    HANDLE file = CreateFileW(utf8ToWide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    const BOOL flushed = FlushFileBuffers(file);
+    CloseHandle(file);
+    return flushed != FALSE;
+}
+
+bool replaceFile(const std::string& source, const std::string& target, std::string& error) {
+    if (MoveFileExW(utf8ToWide(source).c_str(), utf8ToWide(target).c_str(),
+                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED)) {
+        return true;
+    }
+    error = formatSystemError(GetLastError());
+    return false;
+}
+
+}  // namespace velk::updater::platform

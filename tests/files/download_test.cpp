@@ -1,0 +1,108 @@
+#include "file_updater_fixture.hpp"
+
+namespace velk::updater {
+namespace {
+
+class DownloadTest : public FileUpdaterTest {};
+
+TEST_F(DownloadTest, MissingArchiveFallsBackToThePlainFile) {
+    const std::string content = "library v2";
+    server_.set("/cdn/files/VELK.dll", content);
+    const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    EXPECT_EQ(result.filePath, (fs::path(config_.tempDirectory) / "VELK.dll.tmp").string());
+    EXPECT_EQ(test::readFile(result.filePath), content);
+    EXPECT_EQ(result.bytesDownloaded, content.size());
+    EXPECT_EQ(server_.requests(), (std::vector<std::string>{"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll"}));
+    EXPECT_TRUE(log_.contains("[WARNING] Download attempt failed: " + server_.url("/cdn/files/VELK.dll.zip") +
+                              " =>  (404)"));
+    EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/cdn/files/VELK.dll")));
+}
+
+TEST_F(DownloadTest, BaseWithoutTheFileFallsThroughToTheMirror) {
+    server_.set("/mirror/files/VELK.dll", "mirrored");
+    server_.set("/cdn/files/VELK.dll", "server error", 503);
+    const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", "mirrored"));
+    ASSERT_TRUE(result.success);
+    EXPECT_EQ(server_.requests(), (std::vector<std::string>{"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll",
+                                                            "/mirror/files/VELK.dll.zip", "/mirror/files/VELK.dll"}));
+}
+
+TEST_F(DownloadTest, FailureListsEveryAttemptedUrl) {
+    const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", "x"));
+    EXPECT_FALSE(result.success);
+    std::string expected = "Download failed after attempts (zip then plain per base):\n";
+    for (const char* path : {"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll", "/mirror/files/VELK.dll.zip",
+                             "/mirror/files/VELK.dll", "/origin/files/VELK.dll.zip", "/origin/files/VELK.dll"}) {
+        expected += "  - " + server_.url(path) + "\n";
+    }
+    EXPECT_EQ(result.errorMessage, expected);
+
+    // An absolute URL without a path forms no candidate: no request, no lines.
+    server_.clearRequests();
+    const FileUpdateResult none = updater().downloadFile(entry("VELK.dll", "x", "https://cdn.example"));
+    EXPECT_EQ(none.errorMessage, "Download failed after attempts (zip then plain per base):\n");
+    EXPECT_TRUE(server_.requests().empty());
+}
+
+TEST_F(DownloadTest, ArchiveIsUnpackedAndSearchedRecursively) {
+    const std::string content = "zipped library";
+    server_.set("/cdn/files/VELK.dll.zip", makeZip({{"bin/x64/VELK.dll", content}, {"readme.txt", "hi"}}));
+    const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    EXPECT_EQ(result.filePath, (fs::path(config_.tempDirectory) / "VELK.dll.unzdir" / "bin" / "x64" / "VELK.dll").string());
+    EXPECT_EQ(test::readFile(result.filePath), content);
+    EXPECT_FALSE(fs::exists(fs::path(config_.tempDirectory) / "VELK.dll.tmp"));  // the archive is gone
+    EXPECT_EQ(server_.requests().size(), 1u);
+}
+
+TEST_F(DownloadTest, ArchiveProblemsFailTheDownload) {
+    server_.set("/cdn/files/VELK.dll.zip", makeZip({{"velk.dll", "wrong case"}}));
+    EXPECT_EQ(updater().downloadFile(entry("VELK.dll", "wrong case")).errorMessage, "Zip missing expected entry");
+
+    server_.set("/cdn/files/VELK.dll.zip", "not a zip at all");
+    EXPECT_EQ(updater().downloadFile(entry("VELK.dll", "x")).errorMessage, "Failed to extract zip");
+
+    const fs::path outside = fs::path(config_.tempDirectory) / "escaped.dll";
+    for (const auto& evil : std::vector<std::vector<ZipEntry>>{
+             {{"../escaped.dll", "evil"}, {"VELK.dll", "x"}},
+             {{"VELK.dll", "x"}, {(dir_ / "absolute.dll").string(), "evil"}},
+             {{"link", "../../", true}, {"VELK.dll", "x"}}}) {
+        server_.set("/cdn/files/VELK.dll.zip", makeZip(evil));
+        EXPECT_EQ(updater().downloadFile(entry("VELK.dll", "x")).errorMessage, "Failed to extract zip");
+    }
+    EXPECT_FALSE(fs::exists(outside));
+    EXPECT_FALSE(fs::exists(dir_ / "absolute.dll"));
+}
+
+TEST_F(DownloadTest, UpperCaseZipSuffixIsNotAnArchive) {
+    const std::string content = makeZip({{"VELK.ZIP", "inner"}});
+    config_.baseUrls = {server_.url("/cdn")};
+    config_.tryArchiveFirst = false;
+    server_.set("/cdn/files/VELK.ZIP", content);
+    const FileUpdateResult result = updater().downloadFile(entry("VELK.ZIP", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    EXPECT_EQ(test::readFile(result.filePath), content);
+}
+
+TEST_F(DownloadTest, SizeIsCheckedAgainstTheManifest) {
+    server_.set("/cdn/files/VELK.dll", "12345");
+    ManifestFile file = entry("VELK.dll", "1234");
+    const FileUpdateResult result = updater().downloadFile(file);
+    EXPECT_FALSE(result.success);
+    EXPECT_EQ(result.errorMessage, "File size mismatch");
+    EXPECT_TRUE(log_.contains("[ERROR] File size mismatch after download: expected 4, got 5"));
+    file.size = 0;
+    EXPECT_TRUE(updater().downloadFile(file).success);
+}
+
+TEST_F(DownloadTest, WithoutBaseUrlsTheEntryUrlIsFetchedDirectly) {
+    config_.baseUrls.clear();
+    server_.set("/direct/VELK.dll", "direct");
+    EXPECT_TRUE(updater().downloadFile(entry("VELK.dll", "direct", server_.url("/direct/VELK.dll"))).success);
+    const FileUpdateResult missing = updater().downloadFile(entry("VELK.dll", "x", server_.url("/nowhere")));
+    EXPECT_EQ(missing.errorMessage, "Direct download failed: ");
+}
+
+}  // namespace
+}  // namespace velk::updater
