@@ -1,5 +1,10 @@
 #include "support/test_support.hpp"
 
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -40,6 +45,19 @@ ScopedEnv::~ScopedEnv() {
     }
 }
 
+bool setImmutable(const fs::path& path, bool immutable) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return false;
+    int flags = 0;
+    bool ok = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+    if (ok) {
+        flags = immutable ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+        ok = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+    }
+    ::close(fd);
+    return ok;
+}
+
 std::string readFile(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream content;
@@ -53,6 +71,10 @@ void writeFile(const fs::path& path, const std::string& content) {
     }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << content;
+}
+
+void writeRegistry(const fs::path& root, const std::string& body) {
+    writeFile(root / "registry.reg", "Windows Registry Editor Version 5.00\n\n" + body);
 }
 
 }  // namespace velk::test

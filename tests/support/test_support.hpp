@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace velk::test {
 
@@ -49,7 +50,31 @@ protected:
     ScopedEnv rootEnv_;
 };
 
+// Sets or clears the immutable attribute, which stops writes and deletion even for root.
+// False when the file system or the process's privileges do not allow it.
+bool setImmutable(const fs::path& path, bool immutable);
+
+// Holds a path immutable for its lifetime; `active()` says whether that worked.
+class ScopedImmutable {
+public:
+    explicit ScopedImmutable(fs::path path) : path_(std::move(path)), active_(setImmutable(path_, true)) {}
+    ~ScopedImmutable() {
+        if (active_) setImmutable(path_, false);
+    }
+    ScopedImmutable(const ScopedImmutable&) = delete;
+    ScopedImmutable& operator=(const ScopedImmutable&) = delete;
+    bool active() const { return active_; }
+
+private:
+    fs::path path_;
+    bool active_;
+};
+
 std::string readFile(const fs::path& path);
+
+// Writes <root>/registry.reg: the export header followed by `body` ("[KEY]" sections).
+void writeRegistry(const fs::path& root, const std::string& body);
+inline constexpr const char* kProductKeyHeader = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK]\n";
 void writeFile(const fs::path& path, const std::string& content);
 
 }  // namespace velk::test

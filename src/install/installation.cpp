@@ -1,0 +1,118 @@
+#include "install/installation.hpp"
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/known_folders.hpp"
+#include "platform/process.hpp"
+#include "platform/services.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::array<const char*, 3> kRequiredFiles = {"VELK_Service.exe", "VELK.dll",
+                                                       "VELK_Launcher.exe"};
+constexpr const char* kWriteTestFile = "velk_updater_write_test.tmp";
+
+std::string joinNames(const std::vector<std::string>& names) {
+    std::string text;
+    for (const auto& name : names) {
+        if (!text.empty()) text += ", ";
+        text += name;
+    }
+    return text;
+}
+
+ValidationResult failure(std::string message) {
+    ValidationResult result;
+    result.message = std::move(message);
+    return result;
+}
+
+ValidationResult checkWritable(const std::string& directory) {
+    const fs::path testFile = fs::path(directory) / kWriteTestFile;
+    std::ofstream probe(testFile, std::ios::out | std::ios::trunc);
+    if (!probe.is_open()) {
+        return failure("Installation directory is not writable: " + directory);
+    }
+    probe << "test";
+    probe.close();
+    fs::remove(testFile);
+    ValidationResult result;
+    result.valid = true;
+    result.message = "VELK installation validated successfully";
+    return result;
+}
+
+}  // namespace
+
+std::string getRegistryInstallPath() {
+    std::string path = readProductString("InstallPath");
+    while (!path.empty() && (path.back() == '\\' || path.back() == '/' || path.back() == '\0')) {
+        path.pop_back();
+    }
+    return path;
+}
+
+std::string getDefaultInstallDirectory() {
+    const std::string registered = getRegistryInstallPath();
+    if (!registered.empty()) return registered;
+    if (const auto programFiles = platform::programFilesFolder()) {
+        return platform::joinPath(*programFiles, "VELK");
+    }
+    return "C:\\Program Files\\VELK";
+}
+
+std::string getTempDirectory() { return fs::temp_directory_path().string(); }
+
+ValidationResult validateInstallation(const std::string& installDirectory) {
+    if (installDirectory.empty()) return failure("Installation directory is empty");
+    const fs::path directory(installDirectory);
+    if (!fs::exists(directory)) {
+        return failure("Installation directory does not exist: " + installDirectory);
+    }
+    if (!fs::is_directory(directory)) {
+        return failure("Installation path is not a directory: " + installDirectory);
+    }
+
+    ValidationResult result;
+    for (const char* name : kRequiredFiles) {
+        if (!fs::exists(directory / name)) result.missingItems.emplace_back(name);
+    }
+    if (!result.missingItems.empty()) {
+        result.message = "Missing required VELK files in " + installDirectory + ": " +
+                         joinNames(result.missingItems);
+        return result;
+    }
+
+    try {
+        return checkWritable(installDirectory);
+    } catch (const std::exception& error) {
+        return failure("Cannot write to installation directory " + installDirectory + ": " +
+                       error.what());
+    }
+}
+
+ValidationResult validateServicesAndDrivers() {
+    std::vector<std::string> missing;
+    if (!isServiceInstalled("VELKSvc")) missing.emplace_back("VELKSvc service");
+    if (!isDriverInstalled("VELK_Sys")) missing.emplace_back("VELK_Sys driver");
+    if (!missing.empty()) return failure("Missing VELK services/drivers: " + joinNames(missing));
+    ValidationResult result;
+    result.valid = true;
+    result.message = "VELK services and drivers validated successfully";
+    return result;
+}
+
+bool isServiceInstalled(const std::string& name) {
+    return platform::queryServicePresence(name).serviceOpened;
+}
+
+bool isDriverInstalled(const std::string& name) {
+    return platform::queryServicePresence(name).serviceOpened;
+}
+
+}  // namespace velk::updater

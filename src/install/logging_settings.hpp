@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "app/options.hpp"
+#include "logging/logger.hpp"
+
+namespace velk::updater {
+
+// A REG_DWORD of the "Logging" key, or the default when the key or value is absent or of
+// another type.
+std::uint32_t readLoggingDword(const std::string& name, std::uint32_t defaultValue);
+// A REG_SZ of the "Logging" key without its terminator, or the default.
+std::string readLoggingString(const std::string& name, const std::string& defaultValue);
+// "EnableUpdaterLogs" is not 0 (on by default).
+bool isUpdaterLoggingEnabled();
+
+// The logger settings of a run, from the options and the registry switches.
+LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& installDirectory);
+
+// Deletes ".log" files of the directory older than the retention period when the registry
+// asks for clean-up at start-up. Reports through the logger; never throws.
+void cleanupOldLogs(const std::string& logDirectory, Logger& logger);
+
+}  // namespace velk::updater

@@ -1,0 +1,16 @@
+#include "platform/known_folders.hpp"
+
+#include <shlobj.h>
+#include <windows.h>
+
+namespace velk::updater::platform {
+
+std::optional<std::string> programFilesFolder() {
+    char path[MAX_PATH] = {};
+    if (FAILED(SHGetFolderPathA(nullptr, CSIDL_PROGRAM_FILES, nullptr, SHGFP_TYPE_CURRENT, path))) {
+        return std::nullopt;
+    }
+    return std::string(path);
+}
+
+}  // namespace velk::updater::platform

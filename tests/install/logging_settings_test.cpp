@@ -1,0 +1,155 @@
+#include "install/logging_settings.hpp"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <sstream>
+#include <vector>
+
+#include "support/test_support.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+using test::writeFile;
+using test::writeRegistry;
+
+constexpr const char* kLoggingHeader = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\Logging]\n";
+
+class LoggingSettingsTest : public test::SystemRootTest {
+protected:
+    void logging(const std::string& values) { writeRegistry(root(), kLoggingHeader + values); }
+};
+
+TEST_F(LoggingSettingsTest, SwitchesFallBackToDefaultsUnlessTypedRight) {
+    EXPECT_TRUE(isUpdaterLoggingEnabled());
+    EXPECT_EQ(readLoggingDword("LogRetentionDays", 30), 30u);
+    EXPECT_EQ(readLoggingString("LogLevel", "info"), "info");
+
+    logging("\"EnableUpdaterLogs\"=\"0\"\n\"LogLevel\"=dword:00000001\n\"LogRetentionDays\"=dword:00000007\n");
+    EXPECT_TRUE(isUpdaterLoggingEnabled());  // text, not a number: the default applies
+    EXPECT_EQ(readLoggingString("LogLevel", "info"), "info");
+    EXPECT_EQ(readLoggingDword("LogRetentionDays", 30), 7u);
+
+    logging("\"EnableUpdaterLogs\"=dword:00000000\n\"LogLevel\"=\"warning\"\n\"Empty\"=hex(1):\n");
+    EXPECT_FALSE(isUpdaterLoggingEnabled());
+    EXPECT_EQ(readLoggingString("LogLevel", "info"), "warning");
+    EXPECT_EQ(readLoggingString("Empty", "fallback"), "fallback");
+}
+
+TEST_F(LoggingSettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
+    UpdaterConfig options;
+    LoggerConfig config = makeLoggerConfig(options, "/opt/VELK");
+    EXPECT_EQ(config.sinks, 15u);
+    EXPECT_EQ(config.minLevel, LogLevel::Info);
+    EXPECT_EQ(config.logFilePath, "/opt/VELK/logs/updater.log");
+    EXPECT_TRUE(config.useColors);
+    EXPECT_TRUE(config.asyncMode);
+    EXPECT_EQ(config.maxFileSize, LoggerConfig().maxFileSize);
+
+    options.quiet = true;
+    options.background = true;
+    options.logLevel = "Warning";  // case matters: unknown names keep INFO
+    config = makeLoggerConfig(options, "/opt/VELK");
+    EXPECT_EQ(config.sinks, 6u);
+    EXPECT_FALSE(config.useColors);
+    EXPECT_EQ(config.minLevel, LogLevel::Info);
+
+    logging("\"LogLevel\"=\"error\"\n");
+    options.logLevel = "critical";
+    EXPECT_EQ(makeLoggerConfig(options, "/x").minLevel, LogLevel::Critical);
+    options.logLevel = "";
+    EXPECT_EQ(makeLoggerConfig(options, "/x").minLevel, LogLevel::Error);
+
+    logging("\"EnableUpdaterLogs\"=dword:00000000\n");
+    config = makeLoggerConfig(options, "/opt/VELK");
+    EXPECT_EQ(config.sinks, 0u);
+    EXPECT_TRUE(config.logFilePath.empty());
+}
+
+// A log directory with files of given ages, and a logger that records what the clean-up
+// says into a file elsewhere.
+class LogCleanupTest : public LoggingSettingsTest {
+protected:
+    LogCleanupTest() {
+        fs::create_directories(logDir());
+        LoggerConfig config;
+        config.asyncMode = false;
+        config.pattern = "[{level}] {message}";
+        config.logFilePath = (captured_.path() / "capture.log").string();
+        logger_ = std::make_unique<Logger>(config);
+        EXPECT_TRUE(logger_->initialize());
+    }
+    fs::path logDir() const { return root() / "logs"; }
+    void addFile(const std::string& name, std::chrono::hours age) {
+        writeFile(logDir() / name, "old line\n");
+        fs::last_write_time(logDir() / name, fs::file_time_type::clock::now() - age - std::chrono::seconds(5));
+    }
+    std::vector<std::string> lines() {
+        logger_->shutdown();
+        std::vector<std::string> result;
+        std::istringstream text(test::readFile(captured_.path() / "capture.log"));
+        for (std::string line; std::getline(text, line);) result.push_back(line);
+        return result;
+    }
+    std::vector<std::string> remaining() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(logDir())) names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    static constexpr std::chrono::hours kDay{24};
+
+    test::TempDir captured_;
+    std::unique_ptr<Logger> logger_;
+};
+
+TEST_F(LogCleanupTest, NothingHappensUnlessEnabled) {
+    addFile("ancient.log", 400 * kDay);
+    cleanupOldLogs(logDir().string(), *logger_);
+    EXPECT_EQ(remaining(), (std::vector<std::string>{"ancient.log"}));
+    EXPECT_TRUE(lines().empty());
+}
+
+TEST_F(LogCleanupTest, DefaultRetentionRemovesOnlyOldDotLogFilesAtTopLevel) {
+    logging("\"CleanupOnStartup\"=dword:00000001\n");
+    addFile("old.log", 31 * kDay);
+    addFile("recent.log", 29 * kDay);
+    addFile("updater.log.1", 100 * kDay);
+    addFile("SHOUT.LOG", 100 * kDay);
+    addFile("sub/deep.log", 100 * kDay);
+    cleanupOldLogs(logDir().string(), *logger_);
+    EXPECT_EQ(remaining(), (std::vector<std::string>{"SHOUT.LOG", "recent.log", "sub", "updater.log.1"}));
+    EXPECT_TRUE(fs::exists(logDir() / "sub" / "deep.log"));
+    EXPECT_EQ(lines(), (std::vector<std::string>{"[INFO] Cleaned up old log file: old.log",
+                                                 "[INFO] Log cleanup completed: removed 1 old log files"}));
+}
+
+TEST_F(LogCleanupTest, ZeroRetentionRemovesEverythingAndOneStuckFileWarnsOnce) {
+    logging("\"CleanupOnStartup\"=dword:00000001\n\"LogRetentionDays\"=dword:00000000\n");
+    addFile("a.log", std::chrono::hours(0));
+    addFile("b.log", std::chrono::hours(0));
+    addFile("stuck.log", std::chrono::hours(0));
+    test::ScopedImmutable stuck(logDir() / "stuck.log");
+    if (!stuck.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
+
+    cleanupOldLogs(logDir().string(), *logger_);
+    EXPECT_EQ(remaining(), (std::vector<std::string>{"stuck.log"}));
+    const auto logged = lines();
+    const std::string warning = "[WARNING] Failed to remove log file " + (logDir() / "stuck.log").string() + ": ";
+    EXPECT_EQ(std::count_if(logged.begin(), logged.end(),
+                            [&](const std::string& line) { return line.rfind(warning, 0) == 0; }),
+              1);
+    EXPECT_EQ(logged.back(), "[INFO] Log cleanup completed: removed 2 old log files");
+    EXPECT_EQ(logged.size(), 4u);
+}
+
+TEST_F(LogCleanupTest, MissingDirectoryIsNotAnError) {
+    logging("\"CleanupOnStartup\"=dword:00000001\n");
+    cleanupOldLogs((root() / "nowhere").string(), *logger_);
+    EXPECT_TRUE(lines().empty());
+}
+
+}  // namespace
+}  // namespace velk::updater

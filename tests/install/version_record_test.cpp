@@ -1,0 +1,116 @@
+#include "install/version_record.hpp"
+
+#include <gtest/gtest.h>
+
+#include "support/test_support.hpp"
+
+namespace velk::updater {
+namespace {
+
+using test::kProductKeyHeader;
+using test::readFile;
+using test::writeRegistry;
+
+class VersionRecordTest : public test::SystemRootTest {
+protected:
+    void registry(const std::string& values) { writeRegistry(root(), kProductKeyHeader + values); }
+    std::string registryText() const { return readFile(root() / "registry.reg"); }
+};
+
+TEST_F(VersionRecordTest, VersionFallsBackToTheSecondCopyWhenItCannotBeReadAsText) {
+    registry("\"Version\"=dword:00000001\n\"VELKInstalled\"=\"1.0.3\"\n");
+    EXPECT_EQ(getInstalledVersion(), "1.0.3");
+    registry("\"VELKInstalled\"=\"1.0.3\"\n");
+    EXPECT_EQ(getInstalledVersion(), "1.0.3");
+    registry("\"Version\"=\"2.0.0\"\n\"VELKInstalled\"=\"1.0.3\"\n");
+    EXPECT_EQ(getInstalledVersion(), "2.0.0");
+    registry("\"Version\"=dword:00000001\n");
+    EXPECT_EQ(getInstalledVersion(), "");
+}
+
+TEST_F(VersionRecordTest, TrailingNulsAreRemoved) {
+    // "1.0.5" followed by two NULs, in the export's UTF-16 form.
+    registry("\"Version\"=hex(1):31,00,2e,00,30,00,2e,00,35,00,00,00,00,00\n"
+             "\"BuildNumber\"=hex(1):34,00,32,00,00,00,00,00\n");
+    EXPECT_EQ(getInstalledVersion(), "1.0.5");
+    EXPECT_EQ(getInstalledBuildNumber(), "42");
+}
+
+TEST_F(VersionRecordTest, NothingRecordedReadsAsEmpty) {
+    EXPECT_EQ(getInstalledVersion(), "");
+    EXPECT_EQ(getInstalledBuildNumber(), "");
+}
+
+TEST_F(VersionRecordTest, WriteWithoutTheKeyFailsAndCreatesNothing) {
+    EXPECT_FALSE(setInstalledVersion("1.1.0", "7"));
+    EXPECT_FALSE(test::fs::exists(root() / "registry.reg"));
+
+    writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark]\n");
+    const std::string before = registryText();
+    EXPECT_FALSE(setInstalledVersion("1.1.0", "7"));
+    EXPECT_EQ(registryText(), before);
+}
+
+TEST_F(VersionRecordTest, WriteSetsBothVersionCopiesAndLeavesAnOmittedBuildAlone) {
+    registry("\"BuildNumber\"=\"100\"\n\"InstallPath\"=\"C:\\\\VELK\"\n");
+    EXPECT_TRUE(setInstalledVersion("1.1.0", ""));
+    EXPECT_EQ(getInstalledVersion(), "1.1.0");
+    EXPECT_EQ(getInstalledBuildNumber(), "100");
+    const std::string text = registryText();
+    EXPECT_NE(text.find("\"Version\"=\"1.1.0\""), std::string::npos);
+    EXPECT_NE(text.find("\"VELKInstalled\"=\"1.1.0\""), std::string::npos);
+    EXPECT_NE(text.find("\"InstallPath\"=\"C:\\\\VELK\""), std::string::npos);
+
+    EXPECT_TRUE(setInstalledVersion("", "101"));
+    EXPECT_EQ(getInstalledVersion(), "1.1.0");
+    EXPECT_EQ(getInstalledBuildNumber(), "101");
+}
+
+TEST_F(VersionRecordTest, CorruptRegistryIsNeverOverwritten) {
+    const std::string corrupt = "Windows Registry Editor Version 5.00\n" + std::string(kProductKeyHeader) +
+                                "\"Version\"=\"1.0.0\n";
+    test::writeFile(root() / "registry.reg", corrupt);
+    EXPECT_EQ(getInstalledVersion(), "");
+    EXPECT_FALSE(setInstalledVersion("2.0.0", "2"));
+    EXPECT_EQ(registryText(), corrupt);
+}
+
+TEST(CompareVersions, OrdersWholeTextsByteByByte) {
+    EXPECT_EQ(compareVersions("1.2.10", "1.2.9"), -1);
+    EXPECT_EQ(compareVersions("1.2.9", "1.2.10"), 1);
+    EXPECT_EQ(compareVersions("1.0", "1.0.0"), -1);
+    EXPECT_EQ(compareVersions("2.0.0", "10.0.0"), 1);
+    EXPECT_EQ(compareVersions("1.0.0", "1.0.0"), 0);
+    EXPECT_EQ(compareVersions("", "0"), -1);
+    EXPECT_EQ(compareVersions("0", ""), 1);
+    EXPECT_EQ(compareVersions("", ""), 0);
+    // Bytes compare unsigned: a non-ASCII byte orders after every ASCII one.
+    EXPECT_EQ(compareVersions("1.0\xC3", "1.0z"), 1);
+}
+
+TEST_F(VersionRecordTest, ValidateVersionAppliesTheDowngradePolicyToByteOrder) {
+    EXPECT_EQ(validateVersion("", true).message, "Target version is empty");
+    EXPECT_FALSE(validateVersion("", true).valid);
+
+    for (bool allow : {true, false}) {
+        const ValidationResult fresh = validateVersion("0.1", allow);
+        EXPECT_TRUE(fresh.valid);
+        EXPECT_EQ(fresh.message, "No installed version found - assuming fresh install or legacy version");
+    }
+
+    registry("\"Version\"=\"1.2.9\"\n");
+    const ValidationResult allowed = validateVersion("1.2.10", true);
+    EXPECT_TRUE(allowed.valid);
+    EXPECT_EQ(allowed.message, "Downgrade allowed: 1.2.9 -> 1.2.10");
+    const ValidationResult refused = validateVersion("1.2.10", false);
+    EXPECT_FALSE(refused.valid);
+    EXPECT_EQ(refused.message,
+              "Downgrade detected: installed version 1.2.9 is newer than target version 1.2.10");
+    EXPECT_TRUE(refused.missingItems.empty());
+
+    EXPECT_EQ(validateVersion("1.3", false).message, "Upgrade: 1.2.9 -> 1.3");
+    EXPECT_EQ(validateVersion("1.2.9", false).message, "Target version matches installed version (1.2.9)");
+}
+
+}  // namespace
+}  // namespace velk::updater
