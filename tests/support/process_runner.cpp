@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -118,6 +119,74 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
     }
     if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
     return result;
+}
+
+BackgroundProcess::BackgroundProcess(const std::string& program, const std::vector<std::string>& args,
+                                     const ProcessOptions& options) {
+    Pipe out;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out.fds[1], 1);
+    if (!options.workingDirectory.empty()) {
+        posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory.c_str());
+    }
+    std::vector<std::string> argTexts{program};
+    argTexts.insert(argTexts.end(), args.begin(), args.end());
+    auto argv = pointers(argTexts);
+    auto envTexts = mergedEnvironment(options.env);
+    auto envp = pointers(envTexts);
+    pid_t pid = -1;
+    const int rc = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0) throw std::runtime_error("cannot start " + program + ": " + std::strerror(rc));
+    pid_ = pid;
+    out_ = out.fds[0];
+    out.fds[0] = -1;
+}
+
+BackgroundProcess::~BackgroundProcess() { stop(); }
+
+std::string BackgroundProcess::readLine() {
+    std::array<char, 4096> buffer{};
+    while (pending_.find('\n') == std::string::npos && out_ >= 0) {
+        const ssize_t n = ::read(out_, buffer.data(), buffer.size());
+        if (n <= 0) break;
+        pending_.append(buffer.data(), static_cast<std::size_t>(n));
+    }
+    const auto end = pending_.find('\n');
+    std::string line = pending_.substr(0, end);
+    pending_.erase(0, end == std::string::npos ? std::string::npos : end + 1);
+    return line;
+}
+
+int BackgroundProcess::stop() {
+    if (out_ >= 0) {
+        ::close(out_);
+        out_ = -1;
+    }
+    if (pid_ <= 0) return -1;
+    ::kill(pid_, SIGTERM);
+    int status = 0;
+    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+UpdateServer::UpdateServer(const std::string& root, const std::vector<std::string>& extraArgs)
+    : process_(builtProgram("velk_update_server"), [&] {
+          std::vector<std::string> args{"--root", root, "--port", "0"};
+          args.insert(args.end(), extraArgs.begin(), extraArgs.end());
+          return args;
+      }()) {
+    const std::string line = process_.readLine();
+    const auto colon = line.rfind(':');
+    if (colon == std::string::npos) throw std::runtime_error("update server did not start: " + line);
+    port_ = std::stoi(line.substr(colon + 1));
+}
+
+std::string UpdateServer::url(const std::string& path) const {
+    return "http://127.0.0.1:" + std::to_string(port_) + path;
 }
 
 std::string builtProgram(const std::string& name) { return std::string(VELK_BINARY_DIR) + "/" + name; }

@@ -23,6 +23,39 @@ struct ProcessOptions {
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
                          const ProcessOptions& options = {});
 
+// A program running beside the test, ended (SIGTERM, then waited for) when destroyed.
+class BackgroundProcess {
+public:
+    BackgroundProcess(const std::string& program, const std::vector<std::string>& args,
+                      const ProcessOptions& options = {});
+    ~BackgroundProcess();
+    BackgroundProcess(const BackgroundProcess&) = delete;
+    BackgroundProcess& operator=(const BackgroundProcess&) = delete;
+
+    // The next line the program writes to standard output, without its line end; empty
+    // when the output ends first.
+    std::string readLine();
+    // Sends SIGTERM and waits; the exit code, or -1 when it did not end normally.
+    int stop();
+
+private:
+    int pid_ = -1;
+    int out_ = -1;
+    std::string pending_;
+};
+
+// The local update server on a port the OS picks, serving `root`; `port()` once running.
+class UpdateServer {
+public:
+    explicit UpdateServer(const std::string& root, const std::vector<std::string>& extraArgs = {});
+    int port() const { return port_; }
+    std::string url(const std::string& path = "") const;
+
+private:
+    BackgroundProcess process_;
+    int port_ = 0;
+};
+
 // Path of a program built by this project (for example "VELK_Updater").
 std::string builtProgram(const std::string& name);
 

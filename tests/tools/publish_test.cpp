@@ -1,0 +1,176 @@
+#include <archive.h>
+#include <archive_entry.h>
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+#include <sodium.h>
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "support/process_runner.hpp"
+#include "support/test_support.hpp"
+
+namespace velk::test {
+namespace {
+
+using nlohmann::json;
+
+std::string decode64(const std::string& text) {
+    std::string bytes(text.size(), '\0');
+    std::size_t length = 0;
+    EXPECT_EQ(sodium_base642bin(reinterpret_cast<unsigned char*>(bytes.data()), bytes.size(), text.c_str(),
+                                text.size(), nullptr, &length, nullptr, sodium_base64_VARIANT_ORIGINAL),
+              0);
+    bytes.resize(length);
+    return bytes;
+}
+
+std::string sha256Hex(const std::string& bytes) {
+    unsigned char digest[crypto_hash_sha256_BYTES];
+    crypto_hash_sha256(digest, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    char hex[2 * crypto_hash_sha256_BYTES + 1];
+    sodium_bin2hex(hex, sizeof hex, digest, sizeof digest);
+    return hex;
+}
+
+// The text the updater's verifier checks the signature of.
+std::string signedText(const json& manifest) {
+    std::string text = manifest["version"].get<std::string>() + manifest["build_number"].get<std::string>() +
+                       manifest["git_commit"].get<std::string>();
+    for (const auto& file : manifest["files"]) {
+        text += file["name"].get<std::string>() + file["sha256"].get<std::string>() +
+                std::to_string(file["size"].get<long long>());
+    }
+    return text;
+}
+
+std::map<std::string, std::string> unzip(const fs::path& zipPath) {
+    std::map<std::string, std::string> entries;
+    std::unique_ptr<archive, decltype(&archive_read_free)> zip(archive_read_new(), archive_read_free);
+    archive_read_support_format_zip(zip.get());
+    EXPECT_EQ(archive_read_open_filename(zip.get(), zipPath.c_str(), 65536), ARCHIVE_OK);
+    archive_entry* entry = nullptr;
+    while (archive_read_next_header(zip.get(), &entry) == ARCHIVE_OK) {
+        std::string content(static_cast<std::size_t>(archive_entry_size(entry)), '\0');
+        archive_read_data(zip.get(), content.data(), content.size());
+        entries[archive_entry_pathname(entry)] = content;
+    }
+    return entries;
+}
+
+class PublishTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_GE(sodium_init(), 0);
+        writeFile(dir_ / "release" / "VELK.dll", "library bytes");
+        writeFile(dir_ / "release" / "drivers" / "VELK_Sys.sys", std::string(70000, 'd'));
+    }
+    ProcessResult publish(std::vector<std::string> extra) {
+        std::vector<std::string> args{"--release", (dir_ / "release").string(), "--out", (dir_ / "site").string(),
+                                      "--version", "2.1.0", "--build", "1234", "--commit", "abc123"};
+        args.insert(args.end(), extra.begin(), extra.end());
+        return runProcess(builtProgram("velk_publish"), args);
+    }
+    json manifestDocument(const std::string& name = "manifest.json") {
+        return json::parse(readFile(dir_ / "site" / name));
+    }
+    TempDir dir_;
+};
+
+TEST_F(PublishTest, ManifestDescribesEveryFileAndItsSignatureVerifies) {
+    const ProcessResult run = publish({"--zip", "--channel", "test"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const json document = manifestDocument("manifest-test.json");
+    const json& manifest = document["manifest"];
+    EXPECT_EQ(manifest["version"], "2.1.0");
+    EXPECT_EQ(manifest["build_number"], "1234");
+    ASSERT_EQ(manifest["files"].size(), 2u);
+
+    for (const auto& file : manifest["files"]) {
+        const std::string target = file["target_path"];
+        const std::string content = readFile(dir_ / "release" / target);
+        EXPECT_EQ(file["size"].get<std::size_t>(), content.size()) << target;
+        EXPECT_EQ(file["sha256"], sha256Hex(content)) << target;
+        EXPECT_EQ(file["url"], "files/" + target);
+        EXPECT_EQ(readFile(dir_ / "site" / "files" / target), content);
+        const auto zipped = unzip(dir_ / "site" / "files" / (target + ".zip"));
+        ASSERT_EQ(zipped.size(), 1u);
+        EXPECT_EQ(zipped.begin()->first, file["name"].get<std::string>());
+        EXPECT_EQ(zipped.begin()->second, content);
+    }
+    EXPECT_EQ(manifest["files"][1]["target_path"], "drivers/VELK_Sys.sys");
+
+    const json& signature = document["signature"];
+    EXPECT_EQ(signature["algorithm"], "Ed25519");
+    const std::string key = decode64(signature["public_key"]);
+    const std::string sig = decode64(signature["signature"]);
+    const std::string message = signedText(manifest);
+    ASSERT_EQ(key.size(), crypto_sign_PUBLICKEYBYTES);
+    EXPECT_EQ(crypto_sign_verify_detached(reinterpret_cast<const unsigned char*>(sig.data()),
+                                          reinterpret_cast<const unsigned char*>(message.data()), message.size(),
+                                          reinterpret_cast<const unsigned char*>(key.data())),
+              0);
+    const std::string tampered = message + "x";
+    EXPECT_NE(crypto_sign_verify_detached(reinterpret_cast<const unsigned char*>(sig.data()),
+                                          reinterpret_cast<const unsigned char*>(tampered.data()), tampered.size(),
+                                          reinterpret_cast<const unsigned char*>(key.data())),
+              0);
+}
+
+TEST_F(PublishTest, GivenSeedGivesTheSameKeyAndUrlBaseMakesUrlsAbsolute) {
+    unsigned char seed[crypto_sign_SEEDBYTES];
+    randombytes_buf(seed, sizeof seed);
+    char encoded[64];
+    sodium_bin2base64(encoded, sizeof encoded, seed, sizeof seed, sodium_base64_VARIANT_ORIGINAL);
+    writeFile(dir_ / "seed.txt", std::string(encoded) + "\n");
+    unsigned char publicKey[crypto_sign_PUBLICKEYBYTES], secretKey[crypto_sign_SECRETKEYBYTES];
+    crypto_sign_seed_keypair(publicKey, secretKey, seed);
+
+    ASSERT_EQ(publish({"--sign-ed25519", (dir_ / "seed.txt").string(), "--url-base", "http://h:1"}).exitCode, 0);
+    const json document = manifestDocument();
+    EXPECT_EQ(decode64(document["signature"]["public_key"]), std::string(reinterpret_cast<char*>(publicKey), 32));
+    EXPECT_EQ(document["manifest"]["files"][0]["url"], "http://h:1/files/VELK.dll");
+}
+
+TEST_F(PublishTest, RsaSignatureVerifiesWithTheEmbeddedKey) {
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_RSA_gen(2048), EVP_PKEY_free);
+    ASSERT_TRUE(key);
+    {
+        std::unique_ptr<FILE, decltype(&fclose)> pem(fopen((dir_ / "key.pem").c_str(), "w"), fclose);
+        ASSERT_EQ(PEM_write_PrivateKey(pem.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr), 1);
+    }
+    ASSERT_EQ(publish({"--sign-rsa", (dir_ / "key.pem").string()}).exitCode, 0);
+    const json document = manifestDocument();
+    EXPECT_EQ(document["signature"]["algorithm"], "RSA-SHA256");
+    const std::string der = decode64(document["signature"]["public_key"]);
+    const auto* cursor = reinterpret_cast<const unsigned char*>(der.data());
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> publicKey(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(der.size())),
+                                                                  EVP_PKEY_free);
+    ASSERT_TRUE(publicKey);
+    const std::string sig = decode64(document["signature"]["signature"]);
+    const std::string message = signedText(document["manifest"]);
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    ASSERT_EQ(EVP_DigestVerifyInit(ctx.get(), nullptr, EVP_sha256(), nullptr, publicKey.get()), 1);
+    EXPECT_EQ(EVP_DigestVerify(ctx.get(), reinterpret_cast<const unsigned char*>(sig.data()), sig.size(),
+                               reinterpret_cast<const unsigned char*>(message.data()), message.size()),
+              1);
+}
+
+TEST_F(PublishTest, BadInvocationsFailWithoutWritingAManifest) {
+    EXPECT_EQ(runProcess(builtProgram("velk_publish"), {"--release", "x"}).exitCode, 2);
+    fs::remove_all(dir_ / "release");
+    fs::create_directories(dir_ / "release");
+    const ProcessResult empty = publish({});
+    EXPECT_EQ(empty.exitCode, 1);
+    EXPECT_NE(empty.err.find("no files"), std::string::npos);
+    writeFile(dir_ / "release" / "a.dll", "a");
+    writeFile(dir_ / "seed.txt", "c2hvcnQ=");
+    EXPECT_EQ(publish({"--sign-ed25519", (dir_ / "seed.txt").string()}).exitCode, 1);
+    EXPECT_FALSE(fs::exists(dir_ / "site" / "manifest.json"));
+}
+
+}  // namespace
+}  // namespace velk::test

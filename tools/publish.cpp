@@ -1,0 +1,283 @@
+// velk_publish: turns a release directory into a published release that the updater can
+// read: <out>/manifest.json (or manifest-<channel>.json), the files under <out>/files/,
+// and optionally a zip archive beside each file.
+//
+//   velk_publish --release DIR --out DIR --version V [--build N] [--commit C]
+//                [--channel NAME] [--minimum-version V] [--url-base URL] [--zip] [--backup]
+//                [--sign-ed25519 SEEDFILE | --sign-rsa KEY.pem] [--print-public-key]
+//
+// Entries get the file's name, its size and SHA-256, its path below the release directory
+// as target path, and the URL "files/<path>" (absolute when --url-base is given). The
+// manifest is always signed: with the Ed25519 seed in SEEDFILE (32 bytes, base64), with
+// an RSA private key in PEM form, or else with a key made for this one release.
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+#include <sodium.h>
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using json = nlohmann::ordered_json;
+
+struct Options {
+    fs::path release;
+    fs::path out;
+    std::string version;
+    std::string build;
+    std::string commit;
+    std::string channel = "stable";
+    std::string minimumVersion;
+    std::string urlBase;
+    bool zip = false;
+    bool backup = false;
+    std::string ed25519SeedFile;
+    std::string rsaKeyFile;
+};
+
+struct Entry {
+    std::string name;
+    std::string relative;  // below the release directory, with "/"
+    std::uintmax_t size = 0;
+    std::string sha256;
+};
+
+[[noreturn]] void fail(const std::string& message) { throw std::runtime_error(message); }
+
+bool parseArgs(int argc, char* argv[], Options& o) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        auto value = [&]() -> std::string {
+            if (i + 1 >= argc) fail("missing value for " + arg);
+            return argv[++i];
+        };
+        if (arg == "--release") o.release = value();
+        else if (arg == "--out") o.out = value();
+        else if (arg == "--version") o.version = value();
+        else if (arg == "--build") o.build = value();
+        else if (arg == "--commit") o.commit = value();
+        else if (arg == "--channel") o.channel = value();
+        else if (arg == "--minimum-version") o.minimumVersion = value();
+        else if (arg == "--url-base") o.urlBase = value();
+        else if (arg == "--sign-ed25519") o.ed25519SeedFile = value();
+        else if (arg == "--sign-rsa") o.rsaKeyFile = value();
+        else if (arg == "--zip") o.zip = true;
+        else if (arg == "--backup") o.backup = true;
+        else return false;
+    }
+    return !o.release.empty() && !o.out.empty() && !o.version.empty();
+}
+
+std::string toHex(const unsigned char* bytes, std::size_t length) {
+    static const char* digits = "0123456789abcdef";
+    std::string hex;
+    for (std::size_t i = 0; i < length; ++i) {
+        hex += digits[bytes[i] >> 4];
+        hex += digits[bytes[i] & 15];
+    }
+    return hex;
+}
+
+std::string base64(const std::string& bytes) {
+    std::string text(sodium_base64_encoded_len(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+    sodium_bin2base64(text.data(), text.size(), reinterpret_cast<const unsigned char*>(bytes.data()),
+                      bytes.size(), sodium_base64_VARIANT_ORIGINAL);
+    text.resize(text.find('\0'));
+    return text;
+}
+
+std::string sha256File(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    EVP_DigestInit_ex(ctx.get(), EVP_sha256(), nullptr);
+    std::vector<char> buffer(1 << 16);
+    while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0) {
+        EVP_DigestUpdate(ctx.get(), buffer.data(), static_cast<std::size_t>(in.gcount()));
+    }
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_DigestFinal_ex(ctx.get(), digest, &length);
+    return toHex(digest, length);
+}
+
+std::vector<Entry> collect(const fs::path& release) {
+    std::vector<Entry> entries;
+    for (const auto& item : fs::recursive_directory_iterator(release)) {
+        if (!item.is_regular_file()) continue;
+        Entry entry;
+        entry.name = item.path().filename().string();
+        entry.relative = fs::relative(item.path(), release).generic_string();
+        entry.size = item.file_size();
+        entry.sha256 = sha256File(item.path());
+        entries.push_back(entry);
+    }
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.relative < b.relative; });
+    return entries;
+}
+
+// A zip beside the copy, holding the file under its own name.
+void writeZip(const fs::path& source, const fs::path& zipPath, const std::string& entryName) {
+    std::unique_ptr<archive, decltype(&archive_write_free)> zip(archive_write_new(), archive_write_free);
+    archive_write_set_format_zip(zip.get());
+    if (archive_write_open_filename(zip.get(), zipPath.c_str()) != ARCHIVE_OK) fail("cannot write " + zipPath.string());
+    std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(), archive_entry_free);
+    archive_entry_set_pathname(entry.get(), entryName.c_str());
+    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(fs::file_size(source)));
+    archive_entry_set_filetype(entry.get(), AE_IFREG);
+    archive_entry_set_perm(entry.get(), 0644);
+    archive_write_header(zip.get(), entry.get());
+    std::ifstream in(source, std::ios::binary);
+    std::vector<char> buffer(1 << 16);
+    while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0) {
+        archive_write_data(zip.get(), buffer.data(), static_cast<std::size_t>(in.gcount()));
+    }
+    if (archive_write_close(zip.get()) != ARCHIVE_OK) fail("cannot finish " + zipPath.string());
+}
+
+std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) fail("cannot read " + path);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) text.pop_back();
+    return text;
+}
+
+struct Signed {
+    std::string algorithm;
+    std::string publicKey;  // base64
+    std::string signature;  // base64
+};
+
+Signed signEd25519(const std::string& message, const std::string& seedFile) {
+    unsigned char seed[crypto_sign_SEEDBYTES];
+    if (seedFile.empty()) {
+        randombytes_buf(seed, sizeof seed);
+    } else {
+        const std::string text = readText(seedFile);
+        std::size_t length = 0;
+        if (sodium_base642bin(seed, sizeof seed, text.c_str(), text.size(), nullptr, &length, nullptr,
+                              sodium_base64_VARIANT_ORIGINAL) != 0 || length != sizeof seed) {
+            fail("the Ed25519 seed must be 32 bytes in base64");
+        }
+    }
+    unsigned char publicKey[crypto_sign_PUBLICKEYBYTES], secretKey[crypto_sign_SECRETKEYBYTES];
+    crypto_sign_seed_keypair(publicKey, secretKey, seed);
+    unsigned char signature[crypto_sign_BYTES];
+    crypto_sign_detached(signature, nullptr, reinterpret_cast<const unsigned char*>(message.data()),
+                         message.size(), secretKey);
+    return {"Ed25519", base64(std::string(reinterpret_cast<char*>(publicKey), sizeof publicKey)),
+            base64(std::string(reinterpret_cast<char*>(signature), sizeof signature))};
+}
+
+Signed signRsa(const std::string& message, const std::string& keyFile) {
+    std::unique_ptr<FILE, decltype(&fclose)> file(fopen(keyFile.c_str(), "r"), fclose);
+    if (!file) fail("cannot read " + keyFile);
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr),
+                                                            EVP_PKEY_free);
+    if (!key) fail("no private key in " + keyFile);
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    std::size_t length = 0;
+    if (EVP_DigestSignInit(ctx.get(), nullptr, EVP_sha256(), nullptr, key.get()) != 1 ||
+        EVP_DigestSign(ctx.get(), nullptr, &length, reinterpret_cast<const unsigned char*>(message.data()),
+                       message.size()) != 1) {
+        fail("cannot sign with " + keyFile);
+    }
+    std::string signature(length, '\0');
+    EVP_DigestSign(ctx.get(), reinterpret_cast<unsigned char*>(signature.data()), &length,
+                   reinterpret_cast<const unsigned char*>(message.data()), message.size());
+    signature.resize(length);
+    unsigned char* der = nullptr;
+    const int derLength = i2d_PUBKEY(key.get(), &der);
+    const std::string publicKey(reinterpret_cast<char*>(der), static_cast<std::size_t>(derLength));
+    OPENSSL_free(der);
+    return {"RSA-SHA256", base64(publicKey), base64(signature)};
+}
+
+std::string isoNow() {
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text;
+}
+
+void publish(const Options& o) {
+    const auto entries = collect(o.release);
+    if (entries.empty()) fail("no files in " + o.release.string());
+    fs::create_directories(o.out / "files");
+
+    json files = json::array();
+    // The updater signs and checks exactly this concatenation, in manifest order.
+    std::string signedText = o.version + o.build + o.commit;
+    for (const auto& entry : entries) {
+        const fs::path copy = o.out / "files" / entry.relative;
+        fs::create_directories(copy.parent_path());
+        fs::copy_file(o.release / entry.relative, copy, fs::copy_options::overwrite_existing);
+        if (o.zip) writeZip(copy, copy.string() + ".zip", entry.name);
+        const std::string url = (o.urlBase.empty() ? "" : o.urlBase + "/") + "files/" + entry.relative;
+        files.push_back({{"name", entry.name},
+                         {"url", url},
+                         {"size", entry.size},
+                         {"sha256", entry.sha256},
+                         {"target_path", entry.relative},
+                         {"action", "replace"},
+                         {"backup", o.backup},
+                         {"critical", false},
+                         {"restart_required", false}});
+        signedText += entry.name + entry.sha256 + std::to_string(entry.size);
+    }
+
+    const Signed sig = o.rsaKeyFile.empty() ? signEd25519(signedText, o.ed25519SeedFile) : signRsa(signedText, o.rsaKeyFile);
+    json manifest = {{"version", o.version},          {"release_date", isoNow()},
+                     {"build_number", o.build},       {"git_commit", o.commit},
+                     {"channel", o.channel},          {"minimum_version", o.minimumVersion},
+                     {"description", "VELK release " + o.version}, {"urgency", "normal"},
+                     {"files", files}};
+    json document = {{"manifest", manifest},
+                     {"signature", {{"algorithm", sig.algorithm}, {"public_key", sig.publicKey},
+                                    {"signature", sig.signature}, {"timestamp", isoNow()},
+                                    {"signer", "velk_publish"}}}};
+
+    const std::string name = o.channel.empty() || o.channel == "stable" ? "manifest.json" : "manifest-" + o.channel + ".json";
+    const fs::path target = o.out / name;
+    const fs::path sibling = target.string() + ".new";
+    std::ofstream(sibling) << document.dump(2) << "\n";
+    fs::rename(sibling, target);
+    std::cout << "Published " << entries.size() << " files of version " << o.version << " to " << target.string() << "\n";
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    Options options;
+    try {
+        if (!parseArgs(argc, argv, options)) {
+            std::cerr << "usage: velk_publish --release DIR --out DIR --version V [--build N] [--commit C]\n"
+                         "       [--channel NAME] [--minimum-version V] [--url-base URL] [--zip] [--backup]\n"
+                         "       [--sign-ed25519 SEEDFILE | --sign-rsa KEY.pem]\n";
+            return 2;
+        }
+        if (sodium_init() < 0) fail("libsodium failed to start");
+        publish(options);
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "velk_publish: " << error.what() << "\n";
+        return 1;
+    }
+}

@@ -1,0 +1,214 @@
+// velk_update_server: serves published releases on loopback for the demo and the tests.
+//
+//   velk_update_server --root DIR [--port N] [--rule PATH=ACTION]... [--rules FILE]
+//                      [--log FILE] [--stall-seconds N]
+//
+// GET /update/NAME reads DIR/NAME (the manifests); /cdn/P, /mirror/P, /origin/P and /P
+// read DIR/P. A rule makes a path (or, when it ends in "/", every path below it) answer
+// with an HTTP status ("404", "500", ...), "short" (announces the whole length, sends half
+// and closes) or "stall" (sends a little, then nothing until --stall-seconds pass). The
+// rules file holds "PATH ACTION" lines and is read again on every request, so a test can
+// change the server's behaviour while it runs.
+
+#include <httplib.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Rule {
+    std::string path;
+    std::string action;
+};
+
+struct Options {
+    fs::path root;
+    int port = VELK_LOOPBACK_PORT;
+    std::vector<Rule> rules;
+    std::string rulesFile;
+    std::string logFile;
+    int stallSeconds = 30;
+};
+
+std::optional<Rule> parseRule(const std::string& text, char separator) {
+    const auto at = text.find(separator);
+    if (at == std::string::npos || at == 0 || at + 1 == text.size()) return std::nullopt;
+    return Rule{text.substr(0, at), text.substr(at + 1)};
+}
+
+bool parseArgs(int argc, char* argv[], Options& options) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (arg == "--root" && hasValue) {
+            options.root = argv[++i];
+        } else if (arg == "--port" && hasValue) {
+            options.port = std::stoi(argv[++i]);
+        } else if (arg == "--rule" && hasValue) {
+            const auto rule = parseRule(argv[++i], '=');
+            if (!rule) return false;
+            options.rules.push_back(*rule);
+        } else if (arg == "--rules" && hasValue) {
+            options.rulesFile = argv[++i];
+        } else if (arg == "--log" && hasValue) {
+            options.logFile = argv[++i];
+        } else if (arg == "--stall-seconds" && hasValue) {
+            options.stallSeconds = std::stoi(argv[++i]);
+        } else {
+            return false;
+        }
+    }
+    return !options.root.empty();
+}
+
+std::vector<Rule> currentRules(const Options& options) {
+    std::vector<Rule> rules = options.rules;
+    if (options.rulesFile.empty()) return rules;
+    std::ifstream in(options.rulesFile);
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        if (const auto rule = parseRule(line, ' ')) rules.push_back(*rule);
+    }
+    return rules;
+}
+
+// The last matching rule wins, so a rules file can override the command line.
+std::optional<std::string> actionFor(const Options& options, const std::string& path) {
+    std::optional<std::string> action;
+    for (const auto& rule : currentRules(options)) {
+        const bool prefix = rule.path.back() == '/';
+        if (prefix ? path.rfind(rule.path, 0) == 0 : path == rule.path) action = rule.action;
+    }
+    return action;
+}
+
+// The file a request path names, or nothing when it names none or leaves the root.
+std::optional<fs::path> resolve(const fs::path& root, const std::string& requestPath) {
+    std::string rest = requestPath;
+    for (const char* prefix : {"/update/", "/cdn/", "/mirror/", "/origin/"}) {
+        if (rest.rfind(prefix, 0) == 0) {
+            rest = rest.substr(std::string(prefix).size() - 1);
+            break;
+        }
+    }
+    const fs::path relative = fs::path(rest).relative_path();
+    for (const auto& part : relative) {
+        if (part == "..") return std::nullopt;
+    }
+    std::error_code error;
+    const fs::path file = root / relative;
+    if (!fs::is_regular_file(file, error)) return std::nullopt;
+    return file;
+}
+
+// Streams a file in pieces; `limit` bytes at most, then a stall or an abort if asked.
+void serveFile(httplib::Response& res, const fs::path& file, const std::string& action, int stallSeconds) {
+    const auto size = static_cast<std::size_t>(fs::file_size(file));
+    const std::size_t limit = action == "short" ? size / 2 : action == "stall" ? std::min<std::size_t>(size / 2, 4096) : size;
+    auto stream = std::make_shared<std::ifstream>(file, std::ios::binary);
+    const std::string type = file.extension() == ".json" ? "application/json" : "application/octet-stream";
+    res.set_content_provider(size, type, [stream, limit, action, stallSeconds](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+        if (offset >= limit) {
+            if (action == "stall") {
+                const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(stallSeconds);
+                while (sink.is_writable() && std::chrono::steady_clock::now() < until) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                }
+            }
+            return false;  // closes the connection before the announced length
+        }
+        std::vector<char> buffer(std::min<std::size_t>({length, limit - offset, 1 << 20}));
+        stream->seekg(static_cast<std::streamoff>(offset));
+        stream->read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        return sink.write(buffer.data(), static_cast<std::size_t>(stream->gcount()));
+    });
+}
+
+class RequestLog {
+public:
+    explicit RequestLog(const std::string& path) {
+        if (!path.empty()) out_.open(path, std::ios::app);
+    }
+    void add(const std::string& method, const std::string& path, int status) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (out_.is_open()) out_ << method << ' ' << path << ' ' << status << std::endl;
+    }
+
+private:
+    std::mutex mutex_;
+    std::ofstream out_;
+};
+
+void handle(const Options& options, const httplib::Request& req, httplib::Response& res) {
+    const auto action = actionFor(options, req.path).value_or("");
+    if (!action.empty() && std::all_of(action.begin(), action.end(), ::isdigit)) {
+        res.status = std::stoi(action);
+        res.set_content("injected " + action + " for " + req.path + "\n", "text/plain");
+        return;
+    }
+    const auto file = resolve(options.root, req.path);
+    if (!file) {
+        res.status = 404;
+        res.set_content("not found: " + req.path + "\n", "text/plain");
+        return;
+    }
+    res.status = 200;
+    serveFile(res, *file, action, options.stallSeconds);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    Options options;
+    if (!parseArgs(argc, argv, options)) {
+        std::cerr << "usage: velk_update_server --root DIR [--port N] [--rule PATH=ACTION]... "
+                     "[--rules FILE] [--log FILE] [--stall-seconds N]\n";
+        return 2;
+    }
+
+    // Stop cleanly on SIGINT and SIGTERM: wait for them on a thread of our own.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+    httplib::Server server;
+    RequestLog log(options.logFile);
+    server.Get(".*", [&](const httplib::Request& req, httplib::Response& res) { handle(options, req, res); });
+    server.set_logger([&](const httplib::Request& req, const httplib::Response& res) {
+        log.add(req.method, req.path, res.status);
+    });
+
+    const int port = options.port == 0 ? server.bind_to_any_port("127.0.0.1")
+                                       : (server.bind_to_port("127.0.0.1", options.port) ? options.port : -1);
+    if (port <= 0) {
+        std::cerr << "velk_update_server: cannot listen on 127.0.0.1:" << options.port << "\n";
+        return 1;
+    }
+    std::thread stopper([&] {
+        int signal = 0;
+        sigwait(&stopSignals, &signal);
+        server.stop();
+    });
+    std::cout << "VELK update server listening on http://127.0.0.1:" << port << std::endl;
+    server.listen_after_bind();
+    // Ending by itself (not by a signal): let the waiting thread go.
+    pthread_kill(stopper.native_handle(), SIGTERM);
+    stopper.join();
+    return 0;
+}
