@@ -1,3 +1,6 @@
+#include <exception>
+#include <iostream>
+
 #include "app/options.hpp"
 #include "app/run_sequence.hpp"
 #include "platform/console.hpp"
@@ -11,5 +14,14 @@ int main(int argc, char* argv[]) {
         return 1;
     }
     platform::setupConsole();
-    return runSequence(config, argc, argv);
+    // The run guards its own modes; this catches what fails before them (for example a
+    // system without a temporary directory) so the process still ends with a message.
+    try {
+        return runSequence(config, argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "Critical error: " << error.what() << "\n";
+    } catch (...) {
+        std::cerr << "Critical error: unknown exception\n";
+    }
+    return 1;
 }

@@ -1,0 +1,167 @@
+#include <filesystem>
+#include <vector>
+
+#include "client/update_client.hpp"
+#include "crypto/crypto_utils.hpp"
+#include "install/version_record.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct IntegrityCounts {
+    int missing = 0;
+    int corrupted = 0;
+    int current = 0;
+};
+
+// What the integrity pass found for one entry: empty when the local copy is correct.
+struct FileCheck {
+    std::string status;
+};
+
+// Deletes a wrong local copy before its download; logs in the words of the caller's case.
+void deleteWrongCopy(Logger& logger, const fs::path& path, const std::string& name,
+                     const std::string& kind, bool warnWhenNothingRemoved) {
+    try {
+        if (fs::remove(path)) {
+            logger.info("Successfully deleted " + kind + " file: " + name);
+        } else if (warnWhenNothingRemoved) {
+            logger.warning("Failed to delete " + kind + " file: " + name);
+        }
+    } catch (const std::exception& error) {
+        logger.error("Exception while deleting " + kind + " file " + name + ": " + error.what());
+    }
+}
+
+// Checks one ordinary entry against the disk; wrong copies are deleted.
+FileCheck checkEntry(Logger& logger, const fs::path& path, const ManifestFile& file,
+                     IntegrityCounts& counts) {
+    try {
+        if (!fs::exists(path)) {
+            logger.info("File missing: " + file.name);
+            ++counts.missing;
+            return {"missing"};
+        }
+        const std::uintmax_t actual = fs::file_size(path);
+        if (actual != file.size) {
+            logger.info("File size mismatch for " + file.name + ": expected " + std::to_string(file.size) +
+                        ", actual " + std::to_string(actual));
+            logger.info("Deleting corrupted file to force clean re-download: " + path.string());
+            deleteWrongCopy(logger, path, file.name, "corrupted", true);
+            ++counts.corrupted;
+            return {"size mismatch"};
+        }
+        const CryptoResult digest = CryptoUtils::sha256File(path.string());
+        if (!digest.success) {
+            logger.warning("Failed to calculate SHA256 for " + file.name + ": " + digest.error);
+            logger.info("Deleting file with failed hash calculation: " + path.string());
+            deleteWrongCopy(logger, path, file.name, "unverifiable", false);
+            ++counts.corrupted;
+            return {"hash calculation failed"};
+        }
+        // Exact comparison with the lower-case digest: an upper-case manifest digest is
+        // treated as a mismatch here.
+        const std::string hex = CryptoUtils::toHex(digest.data);
+        if (hex != file.sha256) {
+            logger.info("File hash mismatch for " + file.name + ": expected " + file.sha256.substr(0, 16) +
+                        "..., actual " + hex.substr(0, 16) + "...");
+            logger.info("Deleting corrupted file to force clean re-download: " + path.string());
+            deleteWrongCopy(logger, path, file.name, "hash-mismatched", true);
+            ++counts.corrupted;
+            return {"hash mismatch"};
+        }
+        logger.debug("File integrity OK: " + file.name);
+        ++counts.current;
+        return {};
+    } catch (const std::exception& error) {
+        logger.warning("Error checking file " + file.name + ": " + error.what());
+        ++counts.corrupted;
+        return {"error during check"};
+    }
+}
+
+void reportManifest(Logger& logger, const Manifest& manifest) {
+    logger.info("Update manifest parsed and verified successfully");
+    logger.info("Manifest version: " + manifest.version);
+    logger.info("Manifest build: " + manifest.build_number);
+    logger.info("Files in manifest: " + std::to_string(manifest.files.size()));
+    for (const auto& file : manifest.files) {
+        logger.debug("Manifest file: " + file.name + " (" + std::to_string(file.size) +
+                     " bytes, SHA256: " + file.sha256.substr(0, 16) + "...)");
+    }
+}
+
+}  // namespace
+
+bool UpdateClient::processManifest(const std::string& manifestJson) {
+    logger.info("Processing manifest JSON (" + std::to_string(manifestJson.size()) + " bytes)");
+    const VerificationResult verification = manifestVerifier.parseAndVerify(manifestJson);
+    if (!verification.valid || !verification.manifest) {
+        logger.error("Manifest verification failed: " + verification.errorMessage);
+        logger.debug("Manifest JSON content: " + manifestJson.substr(0, 500));
+        return false;
+    }
+    const Manifest& manifest = *verification.manifest;
+    reportManifest(logger, manifest);
+    const bool versionUpdateAvailable = manifestVerifier.analyzeVersionComparison();
+
+    logger.info("=== File Integrity Check ===");
+    logger.info("Checking file integrity to determine which files need updating");
+    std::vector<ManifestFile> filesToUpdate;
+    std::vector<ManifestFile> currentFiles;
+    IntegrityCounts counts;
+    for (const auto& file : manifest.files) {
+        if (isSelfUpdateName(file.name)) {
+            logger.info("Skipping self-update file (intentional): " + file.name);
+            continue;
+        }
+        const fs::path path = fs::path(fileUpdaterConfig.installDirectory) / file.target_path;
+        const FileCheck check = checkEntry(logger, path, file, counts);
+        if (check.status.empty()) {
+            logger.debug("File " + file.name + " is already current - skipping download");
+            currentFiles.push_back(file);
+        } else {
+            logger.debug("File " + file.name + " needs updating (" + check.status + ")");
+            filesToUpdate.push_back(file);
+        }
+    }
+
+    const bool repairNeeded = counts.missing > 0 || counts.corrupted > 0;
+    logger.info("=== FILE STATUS SUMMARY ===");
+    logger.info("Files already current: " + std::to_string(counts.current));
+    logger.info("Files needing update: " + std::to_string(filesToUpdate.size()));
+    logger.info("Missing files: " + std::to_string(counts.missing));
+    logger.info("Corrupted files: " + std::to_string(counts.corrupted));
+
+    if (!versionUpdateAvailable && !repairNeeded) {
+        logger.info("No update required - already at latest version (" + manifest.version +
+                    ") with all files current");
+        return true;
+    }
+    if (!repairNeeded) {
+        logger.info("Update available - proceeding with update from current version to " + manifest.version);
+        logger.info("No files need updating - all files are already current");
+        logger.info("Updating version information in registry (metadata-only update)");
+        if (setInstalledVersion(manifest.version, manifest.build_number)) {
+            logger.info("Registry updated with new version: " + manifest.version + " (build " +
+                        manifest.build_number + ")");
+        } else {
+            logger.warning("Failed to update registry with new version");
+        }
+        return true;
+    }
+
+    logger.info("=== UPDATE REQUIRED ===");
+    logger.info(versionUpdateAvailable ? "Version update available AND file repair needed"
+                                       : "File repair needed despite same version");
+    logger.info("Will download " + std::to_string(filesToUpdate.size()) + " files (" +
+                std::to_string(currentFiles.size()) + " already current, skipped)");
+    logger.info("Update available - proceeding with update from current version to " + manifest.version);
+    Manifest reduced = manifest;
+    reduced.files = std::move(filesToUpdate);
+    return performUpdate(reduced);
+}
+
+}  // namespace velk::updater

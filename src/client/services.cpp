@@ -1,0 +1,117 @@
+#include <array>
+#include <filesystem>
+
+#include "client/update_client.hpp"
+#include "platform/commands.hpp"
+#include "platform/process.hpp"
+#include "platform/services.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string serviceCreateCommand(const std::string& executable) {
+    return "sc create \"VELKSvc\" binPath= \"" + executable +
+           "\" DisplayName= \"VELK Anti-Cheat Service\" start= demand";
+}
+
+constexpr const char* kServiceDescribeCommand =
+    "sc description \"VELKSvc\" \"Plexwynd Anti-Cheat monitoring service\"";
+constexpr const char* kDriverVerifyCommand = "pnputil.exe /enum-drivers | findstr /i \"VELK\"";
+
+}  // namespace
+
+bool UpdateClient::executeUpdateSequence(const Manifest& /*manifest*/, bool preUpdate) {
+    // Manifests carry no update steps, so a sequence is its headline alone.
+    logger.info(preUpdate ? "Executing pre-update sequence..." : "Executing post-update sequence...");
+    return true;
+}
+
+bool UpdateClient::serviceExists(const std::string& serviceName) {
+    const platform::ServicePresence presence = platform::queryServicePresence(serviceName);
+    if (!presence.managerOpened) {
+        logger.error("Failed to open service manager");
+        return false;
+    }
+    return presence.serviceOpened;
+}
+
+bool UpdateClient::installServices() {
+    const std::string& directory = fileUpdaterConfig.installDirectory;
+    bool result = true;
+
+    logger.info("Checking and installing VELK services...");
+    if (serviceExists("VELKSvc")) {
+        logger.info("VELK service already installed");
+    } else {
+        logger.info("Installing VELK service...");
+        const int status = platform::runCommand(serviceCreateCommand(platform::joinPath(directory, "VELK_Service.exe")));
+        if (status != 0) {
+            logger.error("Failed to install VELK service (exit code: " + std::to_string(status) + ")");
+            result = false;
+        } else {
+            platform::runCommand(kServiceDescribeCommand);
+            logger.info("VELK service installed successfully");
+        }
+    }
+
+    if (serviceExists("VELK_Sys")) {
+        logger.info("VELK driver already installed");
+        cleanupBackupFiles();
+        return result;
+    }
+    logger.info("Installing VELK driver...");
+    const std::string inf = platform::joinPath(directory, "VELK_Sys.inf");
+    if (!fs::exists(inf)) {
+        logger.error("Driver INF file not found: " + inf);
+        logger.error("Please ensure VELK is properly installed and all driver files are present");
+        cleanupBackupFiles();
+        return false;
+    }
+    logger.info("Driver INF file found: " + inf);
+
+    bool fileMissing = false;
+    for (const char* name : {"VELK_Sys.sys", "VELK_Sys.cat"}) {
+        const std::string path = platform::joinPath(directory, name);
+        if (fs::exists(path)) {
+            logger.debug("Driver file found: " + path);
+        } else {
+            logger.warning("Expected driver file not found: " + path);
+            fileMissing = true;
+        }
+    }
+    if (fileMissing) logger.warning("Some expected driver files are missing - proceeding anyway");
+
+    const std::string installCommand = "pnputil.exe /add-driver \"" + inf + "\" /install";
+    logger.info("Executing: " + installCommand);
+    const int status = platform::runCommand(installCommand);
+    if (status == 0) {
+        logger.info("VELK driver installed successfully");
+        if (platform::runCommand(kDriverVerifyCommand) == 0) {
+            logger.info("Driver verification successful - VELK driver found in driver store");
+        } else {
+            logger.warning("Driver verification failed - driver may not be properly installed");
+        }
+    } else {
+        logger.error("Failed to install VELK driver (exit code: " + std::to_string(status) + ")");
+        result = false;
+        if (status == 2) {
+            logger.error("ERROR_FILE_NOT_FOUND (2): Driver files are missing or inaccessible");
+            logger.error("Troubleshooting steps:");
+            logger.error("1. Verify VELK installation directory: " + directory);
+            logger.error("2. Ensure VELK_Sys.inf exists in the installation directory");
+            logger.error("3. Check that all driver files referenced in the INF are present");
+            logger.error("4. Verify file permissions allow read access");
+            logger.error("5. Try re-running the VELK installer");
+        } else if (status == 259) {
+            logger.warning("No devices match the driver or a better driver is already installed");
+        } else {
+            logger.error("Unknown driver installation error. Check Windows Event Log for details");
+        }
+    }
+    cleanupBackupFiles();
+    return result;
+}
+
+}  // namespace velk::updater

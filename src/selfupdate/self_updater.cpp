@@ -1,0 +1,109 @@
+#include "selfupdate/self_updater.hpp"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::array<std::string, 4>& updaterFiles() {
+    static const std::array<std::string, 4> names = {"Updater.exe", "libcurl.dll", "libsodium.dll",
+                                                     "zlib1.dll"};
+    return names;
+}
+
+bool endsWith(const std::string& text, const std::string& suffix) {
+    return text.size() >= suffix.size() &&
+           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+bool isOldUpdaterCopy(const std::string& name) {
+    // Every name holding "VELK_Updater" holds "Updater" too.
+    return (endsWith(name, ".old") || endsWith(name, ".bak")) &&
+           name.find("Updater") != std::string::npos;
+}
+
+}  // namespace
+
+struct SelfUpdater::Impl {
+    SelfUpdaterConfig config;
+    Logger& logger;
+
+    void removeOldExecutableCopy(const fs::path& oldCopy) {
+        logger.warning("Old backup still exists: " + oldCopy.string());
+        try {
+            fs::remove(oldCopy);
+            logger.info("Cleaned up old backup");
+        } catch (const std::exception&) {
+            logger.warning("Failed to remove old backup (may be in use)");
+        }
+    }
+
+    // True when the entry was an old updater copy that got removed.
+    bool removeIfOldCopy(const fs::directory_entry& entry) {
+        try {
+            if (!entry.is_regular_file()) return false;
+            const std::string name = entry.path().filename().string();
+            if (!isOldUpdaterCopy(name) || !fs::remove(entry.path())) return false;
+            logger.info("Removed old backup: " + name);
+            return true;
+        } catch (const std::exception& error) {
+            logger.warning("Error processing file: " + entry.path().string() + " - " + error.what());
+            return false;
+        }
+    }
+};
+
+SelfUpdater::SelfUpdater(const SelfUpdaterConfig& config, Logger& logger)
+    : impl_(std::make_unique<Impl>(Impl{config, logger})) {}
+
+SelfUpdater::~SelfUpdater() = default;
+
+bool SelfUpdater::isUpdaterFile(const ManifestFile& file) const {
+    const auto& names = updaterFiles();
+    return std::find(names.begin(), names.end(), file.name) != names.end();
+}
+
+bool SelfUpdater::verifySelfUpdate() {
+    Logger& logger = impl_->logger;
+    const std::string& executable = impl_->config.currentExecutable;
+    logger.info("Verifying self-update...");
+    try {
+        if (!fs::exists(executable)) {
+            logger.error("Current exe not found: " + executable);
+            return false;
+        }
+        const fs::path oldCopy = executable + ".old";
+        if (fs::exists(oldCopy)) impl_->removeOldExecutableCopy(oldCopy);
+        logger.info("Self-update verification successful");
+        return true;
+    } catch (const std::exception& error) {
+        logger.error(std::string("Self-update verification failed: ") + error.what());
+        return false;
+    }
+}
+
+void SelfUpdater::cleanupOldBackups() {
+    Logger& logger = impl_->logger;
+    logger.info("Cleaning up old updater backups...");
+    try {
+        const fs::path directory = impl_->config.installDirectory;
+        if (!fs::exists(directory)) return;
+        int removed = 0;
+        for (const auto& entry : fs::directory_iterator(directory)) {
+            if (impl_->removeIfOldCopy(entry)) ++removed;
+        }
+        if (removed > 0) {
+            logger.info("Cleaned up " + std::to_string(removed) + " old backup files");
+        } else {
+            logger.debug("No old backup files found");
+        }
+    } catch (const std::exception& error) {
+        logger.warning(std::string("Error during backup cleanup: ") + error.what());
+    }
+}
+
+}  // namespace velk::updater
