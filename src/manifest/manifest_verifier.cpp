@@ -1,15 +1,9 @@
 #include "manifest/manifest_verifier.hpp"
 
 #include "crypto/crypto_utils.hpp"
+#include "manifest/manifest_verifier_impl.hpp"
 
 namespace velk::updater {
-
-struct ManifestVerifier::Impl {
-    ManifestVerifierConfig config;
-    HttpClient& httpClient;  // kept for the owner's sake; the verifier fetches nothing
-    Logger& logger;
-    std::optional<Manifest> currentManifest;
-};
 
 ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
                                           const std::string& installedBuildNumber) {

@@ -1,7 +1,7 @@
 #include <sstream>
 #include <vector>
 
-#include "manifest/manifest_verifier.hpp"
+#include "manifest/manifest_verifier_impl.hpp"
 
 namespace velk::updater {
 namespace {

@@ -47,8 +47,10 @@ bool extractZip(const std::string& zipPath, const std::string& destination) {
     if (archive_read_open_filename(in.get(), zipPath.c_str(), 1 << 16) != ARCHIVE_OK) return false;
 
     WriteArchive out(archive_write_disk_new(), archive_write_free);
-    archive_write_disk_set_options(out.get(), ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS |
-                                                  ARCHIVE_EXTRACT_SECURE_SYMLINKS | ARCHIVE_EXTRACT_UNLINK);
+    // Entry names are checked above and then made absolute below the destination, so
+    // libarchive's own absolute-path guard cannot be used; the others stay on.
+    archive_write_disk_set_options(out.get(), ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
+                                                  ARCHIVE_EXTRACT_UNLINK);
     const fs::path root(destination);
     archive_entry* entry = nullptr;
     int status = ARCHIVE_OK;
