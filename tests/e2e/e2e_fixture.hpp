@@ -1,0 +1,92 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <sstream>
+
+#include "support/process_runner.hpp"
+#include "support/test_support.hpp"
+
+namespace velk::test {
+
+// The built updater run as a process against a fresh system root, installation folder
+// and temporary folder, with the local update server on the build's endpoint port.
+class EndToEndTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        fs::create_directories(root());
+        fs::create_directories(tmp());
+        productKey("\"InstallPath\"=\"" + installDir().string() + "\"\n");
+    }
+
+    fs::path root() const { return dir_ / "root"; }
+    fs::path installDir() const { return dir_ / "install"; }
+    fs::path tmp() const { return dir_ / "tmp"; }
+    fs::path site() const { return dir_ / "site"; }
+    fs::path logFile() const { return installDir() / "logs" / "updater.log"; }
+
+    void productKey(const std::string& values, const std::string& extraKeys = "") {
+        writeRegistry(root(), std::string(kProductKeyHeader) + values + "\n" + extraKeys);
+    }
+    std::string registryText() const { return readFile(root() / "registry.reg"); }
+
+    // Publishes a release of the given files (relative path -> content) as channel `channel`.
+    void publish(const std::string& version, const std::string& build, const std::map<std::string, std::string>& files,
+                 const std::vector<std::string>& extra = {}) {
+        const fs::path release = dir_ / ("release-" + version + "-" + build);
+        fs::remove_all(release);
+        for (const auto& [name, content] : files) writeFile(release / name, content);
+        std::vector<std::string> args{"--release", release.string(), "--out", site().string(), "--version", version,
+                                      "--build", build};
+        args.insert(args.end(), extra.begin(), extra.end());
+        const ProcessResult result = runProcess(builtProgram("velk_publish"), args);
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+    }
+
+    // Starts the server on the endpoint port the updater was built with.
+    void startServer(const std::vector<std::string>& extra = {}) {
+        std::vector<std::string> args{"--root", site().string(), "--port", std::to_string(VELK_LOOPBACK_PORT), "--log",
+                                      (dir_ / "requests.log").string(), "--rules", rules().string()};
+        args.insert(args.end(), extra.begin(), extra.end());
+        server_ = std::make_unique<BackgroundProcess>(builtProgram("velk_update_server"), args);
+        ASSERT_NE(server_->readLine().find("listening"), std::string::npos);
+    }
+    fs::path rules() const { return dir_ / "rules.txt"; }
+
+    ProcessResult run(const std::vector<std::string>& args, std::map<std::string, std::string> env = {}) {
+        env["VELK_SYSTEM_ROOT"] = root().string();
+        env["TMPDIR"] = tmp().string();
+        return runProcess(builtProgram("VELK_Updater"), args, ProcessOptions{env, "", ""});
+    }
+
+    std::vector<std::string> logLines() const {
+        std::vector<std::string> lines;
+        std::istringstream text(readFile(logFile()));
+        for (std::string line; std::getline(text, line);) {
+            // "[date time] [LEVEL] [] message" -> "[LEVEL] message"
+            const auto level = line.find("] [");
+            const auto category = line.find("] [] ");
+            if (level != std::string::npos && category != std::string::npos) {
+                lines.push_back(line.substr(level + 2, category - level - 1) + line.substr(category + 4));
+            }
+        }
+        return lines;
+    }
+    bool logged(const std::string& line) const {
+        const auto lines = logLines();
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+
+    TempDir dir_;
+    std::unique_ptr<BackgroundProcess> server_;
+};
+
+inline const std::map<std::string, std::string> kRelease1 = {
+    {"VELK_Service.exe", "service 1.0"}, {"VELK.dll", "library 1.0"}, {"VELK_Launcher.exe", "launcher 1.0"}};
+inline const std::map<std::string, std::string> kRelease2 = {
+    {"VELK_Service.exe", "service 2.0 with more bytes"}, {"VELK.dll", "library 2.0"},
+    {"VELK_Launcher.exe", "launcher 1.0"}, {"drivers/VELK_Sys.sys", "driver 2.0"}};
+
+}  // namespace velk::test

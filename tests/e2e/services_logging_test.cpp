@@ -1,0 +1,117 @@
+#include <pwd.h>
+#include <unistd.h>
+
+#include "e2e_fixture.hpp"
+
+namespace velk::test {
+namespace {
+
+const std::string kLoggingKey = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\Logging]\n";
+
+class ServicesRunTest : public EndToEndTest {
+protected:
+    void driverFiles() {
+        writeFile(installDir() / "VELK_Sys.inf", "[Version]\n");
+        writeFile(installDir() / "VELK_Sys.sys", "sys");
+        writeFile(installDir() / "VELK_Sys.cat", "cat");
+    }
+};
+
+TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
+    driverFiles();
+    const ProcessResult result = run({"--install-services"});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const std::string& out = result.out;
+    const auto fallback = out.find("Installing missing VELK service to ensure game functionality...\n");
+    const auto installed = out.find("VELK services installed successfully\n");
+    ASSERT_NE(fallback, std::string::npos);
+    ASSERT_NE(installed, std::string::npos);
+    EXPECT_LT(fallback, installed);
+    EXPECT_NE(out.find("Service installation status:\n  VELK Service: INSTALLED\n  VELK Driver: INSTALLED\n"
+                       "NOTE: Services are installed but not started. They will be managed by the game launcher.\n"),
+              std::string::npos);
+    EXPECT_EQ(out.find("Checking VELK installation state"), std::string::npos);
+    EXPECT_EQ(out.find("VELK installation state: OK"), std::string::npos);
+    EXPECT_TRUE(logged("[INFO] Version comparison will use: 0.0.0 build 0"));
+    EXPECT_TRUE(logged("[INFO] VELKSvc installed successfully as fallback"));
+    EXPECT_TRUE(logged("[INFO] VELK service already installed"));
+    EXPECT_NE(registryText().find("ImagePath\"=hex(2):"), std::string::npos);
+}
+
+TEST_F(ServicesRunTest, QuietKeepsOnlyTheModeResultOnTheConsole) {
+    const ProcessResult result = run({"--install-services", "--quiet"});
+    EXPECT_EQ(result.exitCode, 1);  // no driver INF
+    EXPECT_EQ(result.out.find("Installing missing VELK service"), std::string::npos);
+    EXPECT_NE(result.out.find("Failed to install one or more VELK services\n"), std::string::npos);
+    EXPECT_EQ(result.err, "");  // no console logging either
+    EXPECT_TRUE(logged("[ERROR] Driver INF file not found: " + (installDir() / "VELK_Sys.inf").string()));
+
+    driverFiles();
+    const ProcessResult quiet = run({"--install-services", "--quiet"});
+    EXPECT_EQ(quiet.exitCode, 0);
+    EXPECT_NE(quiet.out.find("VELK services installed successfully\n"), std::string::npos);
+    EXPECT_EQ(quiet.out.find("Service installation status:"), std::string::npos);
+}
+
+TEST_F(ServicesRunTest, RegistryCanSwitchLoggingOffWhileConsoleLinesStay) {
+    productKey("\"InstallPath\"=\"" + installDir().string() + "\"\n",
+               kLoggingKey + "\"EnableUpdaterLogs\"=dword:00000000\n");
+    publish("1.0.0", "1", kRelease1);
+    startServer();
+    const ProcessResult result = run({});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_FALSE(fs::exists(logFile()));
+    EXPECT_NE(result.out.find("Update process completed successfully\n"), std::string::npos);
+    EXPECT_EQ(result.out.find("[INFO]"), std::string::npos);
+}
+
+TEST_F(ServicesRunTest, LevelAndColourSwitches) {
+    publish("1.0.0", "1", kRelease1);
+    startServer();
+    const ProcessResult warningsOnly = run({"--log-level", "warning"});
+    EXPECT_EQ(warningsOnly.out.find("[INFO]"), std::string::npos);
+    EXPECT_NE(warningsOnly.err.find("\033[33m["), std::string::npos);  // coloured warnings on stderr
+    for (const auto& line : logLines()) EXPECT_EQ(line.rfind("[INFO]", 0), std::string::npos) << line;
+
+    const ProcessResult plain = run({"--background"});
+    EXPECT_NE(plain.out.find("[INFO] [] VELK Update Client starting..."), std::string::npos);
+    EXPECT_EQ(plain.out.find("\033["), std::string::npos);
+
+    const ProcessResult quiet = run({"--quiet"});
+    EXPECT_EQ(quiet.out.find("[INFO]"), std::string::npos);
+    EXPECT_NE(quiet.out.find("Update process completed successfully\n"), std::string::npos);
+}
+
+TEST_F(ServicesRunTest, BadArgumentsEndBeforeAnythingHappens) {
+    const ProcessResult help = run({"--install-services", "--help"});
+    EXPECT_EQ(help.exitCode, 1);
+    EXPECT_EQ(help.out.rfind("VELK Update Client - Version 1.0.0\n", 0), 0u);
+    EXPECT_FALSE(fs::exists(installDir()));
+    EXPECT_EQ(run({"--bogus"}).exitCode, 1);
+}
+
+// Without root the program asks sudo for itself. A stand-in sudo on PATH refuses, as a
+// user declining the prompt would.
+TEST_F(ServicesRunTest, UnprivilegedRunAsksForElevation) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to run the updater as another user";
+    const passwd* nobody = ::getpwnam("nobody");
+    if (nobody == nullptr) GTEST_SKIP() << "no unprivileged user 'nobody' on this machine";
+    const fs::path bin = dir_ / "bin";
+    writeFile(bin / "sudo", "#!/bin/sh\necho \"$@\" >> \"$(dirname \"$0\")/asked\"\n[ \"$1\" = \"-v\" ] && exit 1\nexit 0\n");
+    fs::permissions(bin / "sudo", fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec | fs::perms::others_read);
+    fs::permissions(dir_.path(), fs::perms::all);
+    fs::permissions(bin, fs::perms::all);
+    const std::string setpriv = "/usr/bin/setpriv";
+    if (!fs::exists(setpriv)) GTEST_SKIP() << "setpriv is not installed";
+    const ProcessResult result = runProcess(
+        setpriv, {"--reuid=nobody", "--regid=nogroup", "--clear-groups", builtProgram("VELK_Updater"), "--check-only"},
+        ProcessOptions{{{"PATH", bin.string() + ":/usr/bin:/bin"}, {"VELK_SYSTEM_ROOT", root().string()}}, "", ""});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.out, "VELK Updater requires administrator privileges.\nRequesting elevation...\n");
+    EXPECT_EQ(result.err, "Failed to elevate privileges: User cancelled UAC elevation prompt\n"
+                          "Please run this program as Administrator.\n");
+    EXPECT_EQ(readFile(bin / "asked"), "-v\n");
+}
+
+}  // namespace
+}  // namespace velk::test
