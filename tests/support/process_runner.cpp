@@ -159,13 +159,13 @@ std::string BackgroundProcess::readLine() {
     return line;
 }
 
-int BackgroundProcess::stop() {
+int BackgroundProcess::stop(int signal) {
     if (out_ >= 0) {
         ::close(out_);
         out_ = -1;
     }
     if (pid_ <= 0) return -1;
-    ::kill(pid_, SIGTERM);
+    ::kill(pid_, signal);
     int status = 0;
     while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }

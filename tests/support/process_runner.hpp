@@ -35,8 +35,9 @@ public:
     // The next line the program writes to standard output, without its line end; empty
     // when the output ends first.
     std::string readLine();
-    // Sends SIGTERM and waits; the exit code, or -1 when it did not end normally.
-    int stop();
+    // Sends the signal (SIGTERM by default) and waits; the exit code, or -1 when the
+    // process did not end normally.
+    int stop(int signal = 15);
 
 private:
     int pid_ = -1;
