@@ -1,0 +1,53 @@
+// HttpClient::download of a 1 GiB file from a loopback server, beside the curl command
+// fetching the same file from the same server; peak memory of a 200 MiB download.
+#include <benchmark/benchmark.h>
+
+#include "../bench_support.hpp"
+#include "../file_server.hpp"
+#include "http/http_client.hpp"
+
+namespace {
+
+using namespace velk;
+constexpr std::uint64_t kSize = 1ull << 30;
+
+bench::FileServer& server() {
+    static const auto dir = bench::benchDir("http");
+    static bool made = (bench::bigFile(dir / "one_gib.bin", kSize), bench::bigFile(dir / "two_hundred_mib.bin", 200ull << 20), true);
+    static bench::FileServer instance(dir);
+    (void)made;
+    return instance;
+}
+
+void BM_HttpClientDownload(benchmark::State& state) {
+    const std::string target = (bench::benchDir("http") / "out_client.bin").string();
+    updater::HttpClient client{updater::HttpConfig{}};
+    client.initialize();
+    const std::string url = server().url("one_gib.bin");
+    for (auto _ : state) {
+        const auto response = client.download(url, target, {}, {});
+        if (response.bytesDownloaded != kSize) state.SkipWithError("short download");
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kSize));
+    const std::string small = server().url("two_hundred_mib.bin");
+    state.counters["peak_KiB_200MiB"] = static_cast<double>(bench::peakMemoryKiB([&] {
+        updater::HttpClient child{updater::HttpConfig{}};
+        child.initialize();
+        child.download(small, target, {}, {});
+    }));
+    bench::fs::remove(target);
+}
+BENCHMARK(BM_HttpClientDownload)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+
+void BM_CurlCommand(benchmark::State& state) {
+    const std::string target = (bench::benchDir("http") / "out_curl.bin").string();
+    const std::string command = "curl -s -o '" + target + "' '" + server().url("one_gib.bin") + "'";
+    for (auto _ : state) bench::shell(command);
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kSize));
+    bench::fs::remove(target);
+}
+BENCHMARK(BM_CurlCommand)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();
