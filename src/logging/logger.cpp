@@ -182,7 +182,12 @@ void Logger::critical(const std::string& message, const std::string& category) {
 
 void Logger::shutdown() {
     Impl& impl = *impl_;
-    impl.stop.exchange(true);
+    {
+        // Set under the queue mutex: otherwise the worker can test its wait condition,
+        // miss this wake-up and sleep for ever.
+        std::lock_guard<std::mutex> lock(impl.queueMutex);
+        impl.stop.exchange(true);
+    }
     impl.ready.notify_all();
     if (impl.worker.joinable()) impl.worker.join();
 }
