@@ -3,6 +3,7 @@
 
 #include "client/update_client.hpp"
 #include "crypto/crypto_utils.hpp"
+#include "files/file_checks.hpp"
 #include "install/version_record.hpp"
 
 namespace velk::updater {
@@ -20,20 +21,6 @@ struct IntegrityCounts {
 struct FileCheck {
     std::string status;
 };
-
-// Deletes a wrong local copy before its download; logs in the words of the caller's case.
-void deleteWrongCopy(Logger& logger, const fs::path& path, const std::string& name,
-                     const std::string& kind, bool warnWhenNothingRemoved) {
-    try {
-        if (fs::remove(path)) {
-            logger.info("Successfully deleted " + kind + " file: " + name);
-        } else if (warnWhenNothingRemoved) {
-            logger.warning("Failed to delete " + kind + " file: " + name);
-        }
-    } catch (const std::exception& error) {
-        logger.error("Exception while deleting " + kind + " file " + name + ": " + error.what());
-    }
-}
 
 // Checks one ordinary entry against the disk; wrong copies are deleted.
 FileCheck checkEntry(Logger& logger, const fs::path& path, const ManifestFile& file,

@@ -1,5 +1,3 @@
-#include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -7,6 +5,7 @@
 
 #include "client/update_client.hpp"
 #include "crypto/crypto_utils.hpp"
+#include "files/file_checks.hpp"
 #include "install/version_record.hpp"
 #include "platform/process.hpp"
 
@@ -14,12 +13,6 @@ namespace velk::updater {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool equalsIgnoreCase(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](unsigned char x, unsigned char y) {
-               return std::tolower(x) == std::tolower(y);
-           });
-}
 
 std::string yesNo(bool value) { return value ? "YES" : "NO"; }
 
@@ -146,7 +139,7 @@ bool UpdateClient::verifyTempFile(const std::string& tempPath, const ManifestFil
             return false;
         }
         const std::string hex = CryptoUtils::toHex(digest.data);
-        if (!equalsIgnoreCase(hex, file.sha256)) {
+        if (!sameDigestIgnoringCase(hex, file.sha256)) {
             logger.error("SHA256 mismatch for temp file: expected " + file.sha256 + ", actual " + hex);
             return false;
         }

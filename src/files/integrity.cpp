@@ -1,35 +1,15 @@
-#include <algorithm>
 #include <cctype>
 #include <filesystem>
 
 #include "crypto/crypto_utils.hpp"
 #include "files/file_updater.hpp"
+#include "files/file_checks.hpp"
 #include "files/file_updater_impl.hpp"
 
 namespace velk::updater {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool equalsIgnoreCase(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](unsigned char x, unsigned char y) {
-               return std::tolower(x) == std::tolower(y);
-           });
-}
-
-// Deletes a wrong installed copy so that its replacement is downloaded cleanly.
-void deleteWrongCopy(Logger& logger, const fs::path& path, const std::string& name, const std::string& kind,
-                     bool warnWhenNothingRemoved) {
-    try {
-        if (fs::remove(path)) {
-            logger.info("Successfully deleted " + kind + " file: " + name);
-        } else if (warnWhenNothingRemoved) {
-            logger.warning("Failed to delete " + kind + " file: " + name);
-        }
-    } catch (const std::exception& error) {
-        logger.error("Exception while deleting " + kind + " file " + name + ": " + error.what());
-    }
-}
 
 std::string differences(const std::string& expected, const std::string& actual) {
     std::string text;
@@ -67,7 +47,7 @@ bool FileUpdater::checkFileCurrent(const ManifestFile& file) {
             return false;
         }
         const std::string hex = CryptoUtils::toHex(digest.data);
-        if (equalsIgnoreCase(hex, file.sha256)) {
+        if (sameDigestIgnoringCase(hex, file.sha256)) {
             logger.debug("File " + file.name + " is up to date (SHA256 verified)");
             return true;
         }
@@ -100,7 +80,7 @@ bool FileUpdater::verifyFileIntegrity(const std::string& path, const std::string
         }
         const std::string actual = CryptoUtils::toHex(digest.data);
         logger.info("Actual SHA256: " + actual);
-        if (equalsIgnoreCase(actual, expectedSha256)) {
+        if (sameDigestIgnoringCase(actual, expectedSha256)) {
             logger.info("[OK] SHA256 verification PASSED");
             return true;
         }

@@ -11,19 +11,14 @@
 #include "files/file_updater.hpp"
 #include "http/http_client.hpp"
 #include "support/http_test_server.hpp"
+#include "support/digest.hpp"
 #include "support/log_capture.hpp"
 
 namespace velk::updater {
 
 namespace fs = std::filesystem;
 
-inline std::string sha256Hex(const std::string& bytes) {
-    unsigned char digest[crypto_hash_sha256_BYTES];
-    crypto_hash_sha256(digest, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-    char hex[2 * crypto_hash_sha256_BYTES + 1];
-    sodium_bin2hex(hex, sizeof hex, digest, sizeof digest);
-    return hex;
-}
+using test::sha256Hex;
 
 struct ZipEntry {
     std::string name;
