@@ -55,11 +55,20 @@ std::string levelName(LogLevel level) {
 }
 
 std::string formatTimestamp(std::chrono::system_clock::time_point time, const std::string& format) {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
-    const std::tm local = platform::localTime(static_cast<std::time_t>(seconds));
+    const auto seconds = static_cast<std::time_t>(
+        std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count());
+    // Lines come many to a second: keep the last text per thread.
+    thread_local std::time_t cachedSecond = -1;
+    thread_local std::string cachedFormat;
+    thread_local std::string cachedText;
+    if (seconds == cachedSecond && format == cachedFormat) return cachedText;
+    const std::tm local = platform::localTime(seconds);
     std::ostringstream text;
     text << std::put_time(&local, format.c_str());
-    return text.str();
+    cachedSecond = seconds;
+    cachedFormat = format;
+    cachedText = text.str();
+    return cachedText;
 }
 
 struct Logger::Impl {

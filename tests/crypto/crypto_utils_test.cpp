@@ -107,6 +107,8 @@ TEST(Signatures, ChecksComeInTheirOrder) {
     // An Ed25519 SubjectPublicKeyInfo parses but is no RSA key.
     const std::string ed25519Spki = "MCowBQYDK2VwAyEAGb9ECWmEzf6FQbrBZ9w7lshQhqowtrbLDFw4rXAxZuE=";
     EXPECT_EQ(CryptoUtils::verifyRsaSha256("m", "c2ln", ed25519Spki).error, "Failed to import RSA public key");
+    // A well-formed RSA SubjectPublicKeyInfo whose bit string holds no RSA key.
+    EXPECT_EQ(CryptoUtils::verifyRsaSha256("m", "c2ln", "MBUwDQYJKoZIhvcNAQEBBQADBAABAgM=").error, "Failed to import RSA public key");
     CryptoUtils::cleanup();
 }
 
