@@ -115,3 +115,27 @@ TEST_F(ServicesRunTest, UnprivilegedRunAsksForElevation) {
 
 }  // namespace
 }  // namespace velk::test
+
+namespace velk::test {
+namespace {
+
+class StartFailureTest : public EndToEndTest {};
+
+TEST_F(StartFailureTest, LoggerThatCannotStartEndsWithOne) {
+    writeFile(installDir() / "logs", "a file where the log folder belongs");
+    const ProcessResult result = run({});
+    EXPECT_EQ(result.exitCode, 1);
+    // The folder's path exists (as a file), so only opening the log file fails.
+    EXPECT_EQ(result.err, "Failed to open log file: " + logFile().string() + "\nFailed to initialize logger\n");
+}
+
+TEST_F(StartFailureTest, UpdateClientThatCannotStartEndsWithOne) {
+    productKey("", kLoggingKey + "\"EnableUpdaterLogs\"=dword:00000000\n");
+    writeFile(dir_ / "not-a-folder", "x");
+    const ProcessResult result = run({"--install-dir", (dir_ / "not-a-folder").string()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("Failed to initialize update client\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace velk::test
