@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <functional>
 
 #include "client/update_client.hpp"
 
@@ -36,6 +37,24 @@ bool isStagingLeftover(const std::string& name) {
 
 bool isTempLeftover(const std::string& name) {
     return isKnown(kTempNames, name) || (name.rfind("VELK", 0) == 0 && endsWith(name, ".tmp"));
+}
+
+// Removes the regular files of `directory` that `matches` accepts; `remove` removes and
+// logs one file and says whether it counts. A failing entry is logged and passed over.
+int removeLeftovers(Logger& logger, const fs::path& directory, const std::function<bool(const std::string&)>& matches,
+                    const std::function<bool(const fs::path&, const std::string&)>& remove,
+                    const std::string& entryWarning) {
+    int removed = 0;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        try {
+            if (!entry.is_regular_file()) continue;
+            const std::string name = entry.path().filename().string();
+            if (matches(name) && remove(entry.path(), name)) ++removed;
+        } catch (const std::exception& error) {
+            logger.warning(entryWarning + entry.path().string() + " - " + error.what());
+        }
+    }
+    return removed;
 }
 
 }  // namespace
@@ -76,19 +95,14 @@ void UpdateClient::cleanupStagingFiles() {
             logger.debug("Install directory does not exist: " + directory.string());
             return;
         }
-        int removed = 0;
-        for (const auto& entry : fs::directory_iterator(directory)) {
-            try {
-                if (!entry.is_regular_file()) continue;
-                const std::string name = entry.path().filename().string();
-                if (!isStagingLeftover(name)) continue;
-                fs::remove(entry.path());
+        const int removed = removeLeftovers(
+            logger, directory, isStagingLeftover,
+            [this](const fs::path& path, const std::string& name) {
+                fs::remove(path);  // what it reports is not examined
                 logger.info("Removed leftover staging file: " + name);
-                ++removed;
-            } catch (const std::exception& error) {
-                logger.warning("Failed to process staging file: " + entry.path().string() + " - " + error.what());
-            }
-        }
+                return true;
+            },
+            "Failed to process staging file: ");
         if (removed < 1) {
             logger.debug("No leftover staging files found");
         } else {
@@ -107,22 +121,17 @@ void UpdateClient::cleanupTempFiles() {
             logger.debug("Temp directory does not exist: " + directory.string());
             return;
         }
-        int removed = 0;
-        for (const auto& entry : fs::directory_iterator(directory)) {
-            try {
-                if (!entry.is_regular_file()) continue;
-                const std::string name = entry.path().filename().string();
-                if (!isTempLeftover(name)) continue;
-                if (!fs::remove(entry.path())) {
+        const int removed = removeLeftovers(
+            logger, directory, isTempLeftover,
+            [this](const fs::path& path, const std::string& name) {
+                if (!fs::remove(path)) {
                     logger.warning("Failed to remove temp file: " + name);
-                    continue;
+                    return false;
                 }
                 logger.info("Removed leftover temp file: " + name);
-                ++removed;
-            } catch (const std::exception& error) {
-                logger.warning("Error processing temp file: " + entry.path().string() + " - " + error.what());
-            }
-        }
+                return true;
+            },
+            "Error processing temp file: ");
         if (removed < 1) {
             logger.debug("No leftover VELK temporary files found");
         } else {

@@ -82,32 +82,36 @@ void pump(Pipe& in, Pipe& out, Pipe& err, const std::string& input, ProcessResul
     }
 }
 
-}  // namespace
-
-ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
-                         const ProcessOptions& options) {
-    Pipe in, out, err;
+// Starts `program` with the given descriptors (-1: inherit) on 0, 1 and 2.
+pid_t spawn(const std::string& program, const std::vector<std::string>& args, const ProcessOptions& options,
+            int stdinFd, int stdoutFd, int stderrFd) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in.fds[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out.fds[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, err.fds[1], 2);
+    const int fds[] = {stdinFd, stdoutFd, stderrFd};
+    for (int target = 0; target < 3; ++target) {
+        if (fds[target] >= 0) posix_spawn_file_actions_adddup2(&actions, fds[target], target);
+    }
     if (!options.workingDirectory.empty()) {
         posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory.c_str());
     }
-
     std::vector<std::string> argTexts{program};
     argTexts.insert(argTexts.end(), args.begin(), args.end());
     auto argv = pointers(argTexts);
     auto envTexts = mergedEnvironment(options.env);
     auto envp = pointers(envTexts);
-
     pid_t pid = -1;
     const int rc = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) {
-        throw std::runtime_error("cannot start " + program + ": " + std::strerror(rc));
-    }
+    if (rc != 0) throw std::runtime_error("cannot start " + program + ": " + std::strerror(rc));
+    return pid;
+}
+
+}  // namespace
+
+ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
+                         const ProcessOptions& options) {
+    Pipe in, out, err;
+    const pid_t pid = spawn(program, args, options, in.fds[0], out.fds[1], err.fds[1]);
     in.closeEnd(0);
     out.closeEnd(1);
     err.closeEnd(1);
@@ -124,21 +128,7 @@ ProcessResult runProcess(const std::string& program, const std::vector<std::stri
 BackgroundProcess::BackgroundProcess(const std::string& program, const std::vector<std::string>& args,
                                      const ProcessOptions& options) {
     Pipe out;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out.fds[1], 1);
-    if (!options.workingDirectory.empty()) {
-        posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory.c_str());
-    }
-    std::vector<std::string> argTexts{program};
-    argTexts.insert(argTexts.end(), args.begin(), args.end());
-    auto argv = pointers(argTexts);
-    auto envTexts = mergedEnvironment(options.env);
-    auto envp = pointers(envTexts);
-    pid_t pid = -1;
-    const int rc = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) throw std::runtime_error("cannot start " + program + ": " + std::strerror(rc));
+    const pid_t pid = spawn(program, args, options, -1, out.fds[1], -1);
     pid_ = pid;
     out_ = out.fds[0];
     out.fds[0] = -1;
