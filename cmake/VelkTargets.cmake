@@ -29,17 +29,29 @@ function(velk_add_library name)
     target_link_libraries(velk_${name} PUBLIC ${ARG_DEPS} PRIVATE velk_warnings)
 endfunction()
 
-# velk_add_test(NAME [DEPS d...] [SERIAL]): one GoogleTest executable test_NAME from every
-# .cpp in the current folder, each test registered with CTest. SERIAL keeps its tests
-# from running beside each other (they share the loopback endpoint port).
+# velk_add_test(NAME [FILES f...] [DEPS d...] [SERIAL] [LABEL l]): one GoogleTest executable
+# test_NAME from the given files, or from every .cpp in the current folder, each test
+# registered with CTest under the label, if any. SERIAL keeps its tests from running beside each other (they share the loopback
+# endpoint port or, under Wine, the prefix's registry and service manager).
 function(velk_add_test name)
-    cmake_parse_arguments(ARG "SERIAL" "" "DEPS" ${ARGN})
-    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    cmake_parse_arguments(ARG "SERIAL" "LABEL" "FILES;DEPS" ${ARGN})
+    if(ARG_FILES)
+        set(sources ${ARG_FILES})
+    else()
+        file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    endif()
     add_executable(test_${name} ${sources})
     target_link_libraries(test_${name} PRIVATE ${ARG_DEPS} velk_test_support GTest::gtest GTest::gtest_main velk_warnings)
+    set(properties TIMEOUT 600)
     if(ARG_SERIAL)
-        gtest_discover_tests(test_${name} DISCOVERY_TIMEOUT 60 PROPERTIES RESOURCE_LOCK loopback_endpoint TIMEOUT 600)
-    else()
-        gtest_discover_tests(test_${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
+        list(APPEND properties RESOURCE_LOCK loopback_endpoint)
     endif()
+    if(ARG_LABEL)
+        list(APPEND properties LABELS ${ARG_LABEL})
+    endif()
+    # Cross-built tests are listed when CTest runs them, inside the Wine prefix of that run.
+    if(CMAKE_CROSSCOMPILING)
+        set(discovery DISCOVERY_MODE PRE_TEST)
+    endif()
+    gtest_discover_tests(test_${name} DISCOVERY_TIMEOUT 120 ${discovery} PROPERTIES ${properties})
 endfunction()

@@ -15,20 +15,9 @@ packages=(
     curl zip unzip e2fsprogs util-linux procps coreutils sudo
 )
 
-missing=()
-for package in "${packages[@]}"; do
-    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
-        missing+=("$package")
-    fi
-done
-
-if [ ${#missing[@]} -gt 0 ]; then
-    as_root=()
-    [ "$(id -u)" -ne 0 ] && as_root=(sudo)
-    echo "Installing: ${missing[*]}"
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}"
-fi
+# shellcheck source=lib/packages.sh
+source scripts/lib/packages.sh
+install_packages "${packages[@]}"
 
 build_dir="${BUILD_DIR:-build}"
 # shellcheck disable=SC2086

@@ -21,6 +21,11 @@ bool isProcessElevated();
 ElevationResult requestElevation(const std::string& executablePath, const std::string& arguments,
                                  bool waitForExit);
 
+// Starts `executablePath` through the system's elevation request without first asking
+// whether this process is already elevated; waits for it when asked.
+ElevationResult startElevated(const std::string& executablePath, const std::string& arguments,
+                              bool waitForExit);
+
 // Starts this program again, elevated, with the same arguments, and waits for it.
 ElevationResult relaunchElevated(int argc, char* argv[]);
 

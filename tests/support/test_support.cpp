@@ -1,10 +1,5 @@
 #include "support/test_support.hpp"
 
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -34,29 +29,10 @@ ScopedEnv::ScopedEnv(const std::string& name, const std::string& value) : name_(
     if (const char* old = std::getenv(name.c_str())) {
         previous_ = old;
     }
-    ::setenv(name.c_str(), value.c_str(), 1);
+    setEnvironment(name, value);
 }
 
-ScopedEnv::~ScopedEnv() {
-    if (previous_) {
-        ::setenv(name_.c_str(), previous_->c_str(), 1);
-    } else {
-        ::unsetenv(name_.c_str());
-    }
-}
-
-bool setImmutable(const fs::path& path, bool immutable) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return false;
-    int flags = 0;
-    bool ok = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
-    if (ok) {
-        flags = immutable ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
-        ok = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-    }
-    ::close(fd);
-    return ok;
-}
+ScopedEnv::~ScopedEnv() { setEnvironment(name_, previous_); }
 
 std::string readFile(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);

@@ -27,6 +27,9 @@ private:
     fs::path path_;
 };
 
+// Sets an environment variable, or removes it when `value` holds nothing.
+void setEnvironment(const std::string& name, const std::optional<std::string>& value);
+
 // Sets an environment variable for the lifetime of the object and restores it after.
 class ScopedEnv {
 public:

@@ -56,15 +56,9 @@ std::vector<std::string> splitArguments(const std::string& text) {
     return words;
 }
 
-ElevationResult elevate(const std::string& executablePath, const std::vector<std::string>& arguments,
-                        bool waitForExit) {
+ElevationResult launch(const std::string& executablePath, const std::vector<std::string>& arguments,
+                       bool waitForExit) {
     ElevationResult result;
-    if (isProcessElevated()) {
-        result.success = true;
-        result.alreadyElevated = true;
-        result.message = "Process is already elevated";
-        return result;
-    }
     const int validated = runSudo({"-v"}, true, nullptr);
     if (validated != 0) {
         result.errorCode = validated < 0 ? static_cast<std::uint32_t>(-validated) : kErrorCancelled;
@@ -88,6 +82,16 @@ ElevationResult elevate(const std::string& executablePath, const std::vector<std
     return result;
 }
 
+ElevationResult elevate(const std::string& executablePath, const std::vector<std::string>& arguments,
+                        bool waitForExit) {
+    if (!isProcessElevated()) return launch(executablePath, arguments, waitForExit);
+    ElevationResult result;
+    result.success = true;
+    result.alreadyElevated = true;
+    result.message = "Process is already elevated";
+    return result;
+}
+
 }  // namespace
 
 bool isProcessElevated() { return ::geteuid() == 0; }
@@ -95,6 +99,11 @@ bool isProcessElevated() { return ::geteuid() == 0; }
 ElevationResult requestElevation(const std::string& executablePath, const std::string& arguments,
                                  bool waitForExit) {
     return elevate(executablePath, splitArguments(arguments), waitForExit);
+}
+
+ElevationResult startElevated(const std::string& executablePath, const std::string& arguments,
+                              bool waitForExit) {
+    return launch(executablePath, splitArguments(arguments), waitForExit);
 }
 
 // The arguments go on as they came, without being joined into a text and split again.

@@ -1,7 +1,9 @@
 #include "platform/elevation.hpp"
 
-#include <shellapi.h>
+// <windows.h> comes first: the shell headers build on its types.
 #include <windows.h>
+
+#include <shellapi.h>
 
 namespace velk::updater::platform {
 namespace {
@@ -24,13 +26,17 @@ bool isProcessElevated() {
 
 ElevationResult requestElevation(const std::string& executablePath, const std::string& arguments,
                                  bool waitForExit) {
+    if (!isProcessElevated()) return startElevated(executablePath, arguments, waitForExit);
     ElevationResult result;
-    if (isProcessElevated()) {
-        result.success = true;
-        result.alreadyElevated = true;
-        result.message = "Process is already elevated";
-        return result;
-    }
+    result.success = true;
+    result.alreadyElevated = true;
+    result.message = "Process is already elevated";
+    return result;
+}
+
+ElevationResult startElevated(const std::string& executablePath, const std::string& arguments,
+                              bool waitForExit) {
+    ElevationResult result;
     const std::wstring file = utf8ToWide(executablePath);
     const std::wstring parameters = utf8ToWide(arguments);
 

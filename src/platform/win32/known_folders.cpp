@@ -1,7 +1,9 @@
 #include "platform/known_folders.hpp"
 
-#include <shlobj.h>
+// <windows.h> comes first: the shell headers build on its types.
 #include <windows.h>
+
+#include <shlobj.h>
 
 namespace velk::updater::platform {
 

@@ -1,0 +1,81 @@
+// VELK_Updater.exe under Wine against the local update server: a real update of plain
+// files, with the product record read and written in the Wine prefix's registry.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "e2e/e2e_fixture.hpp"
+
+namespace velk::test {
+namespace {
+
+constexpr const char* kProductKey = "HKLM\\SOFTWARE\\Quenmark\\VELK";
+
+// Z: is the Linux root in every Wine prefix.
+std::string windowsPath(const fs::path& path) {
+    std::string text = "Z:" + path.string();
+    std::replace(text.begin(), text.end(), '/', '\\');
+    return text;
+}
+
+class WineUpdateTest : public EndToEndTest {
+protected:
+    void SetUp() override {
+        const char* build = std::getenv("VELK_WINDOWS_BUILD");
+        if (build == nullptr || std::getenv("WINEPREFIX") == nullptr) {
+            GTEST_SKIP() << "set VELK_WINDOWS_BUILD and WINEPREFIX (scripts/test_windows.sh does)";
+        }
+        exe_ = fs::path(build) / "VELK_Updater.exe";
+        ASSERT_TRUE(fs::exists(exe_)) << exe_;
+        EndToEndTest::SetUp();
+        wine({"reg", "delete", kProductKey, "/f"});
+        ASSERT_EQ(reg({"add", kProductKey, "/v", "InstallPath", "/t", "REG_SZ", "/d", windowsPath(installDir()), "/f"}), 0);
+    }
+    void TearDown() override {
+        if (!exe_.empty()) wine({"reg", "delete", kProductKey, "/f"});
+    }
+
+    ProcessResult wine(std::vector<std::string> args) {
+        return runProcess("wine", args, ProcessOptions{{{"WINEDEBUG", "-all"}}, "", ""});
+    }
+    int reg(std::vector<std::string> args) {
+        args.insert(args.begin(), "reg");
+        return wine(args).exitCode;
+    }
+    std::string regQuery(const std::string& name) { return wine({"reg", "query", kProductKey, "/v", name}).out; }
+    ProcessResult updater(std::vector<std::string> args = {}) {
+        args.insert(args.begin(), exe_.string());
+        return wine(args);
+    }
+
+    fs::path exe_;
+};
+
+TEST_F(WineUpdateTest, PlainFilesAreReplacedAndTheNewVersionIsRecorded) {
+    for (const auto& [name, content] : kRelease1) writeFile(installDir() / name, content);
+    ASSERT_EQ(reg({"add", kProductKey, "/v", "Version", "/t", "REG_SZ", "/d", "1.0.0", "/f"}), 0);
+    ASSERT_EQ(reg({"add", kProductKey, "/v", "BuildNumber", "/t", "REG_SZ", "/d", "100", "/f"}), 0);
+    publish("2.0.0", "200", kRelease2);
+    startServer();
+
+    const ProcessResult first = updater();
+    EXPECT_EQ(first.exitCode, 0) << first.out << first.err;
+    EXPECT_NE(first.out.find("Installed VELK version: 1.0.0 (build 100)"), std::string::npos) << first.out;
+    for (const auto& [name, content] : kRelease2) EXPECT_EQ(readFile(installDir() / name), content) << name;
+
+    const std::string version = regQuery("Version");
+    EXPECT_NE(version.find("REG_SZ"), std::string::npos) << version;
+    EXPECT_NE(version.find("2.0.0"), std::string::npos) << version;
+    EXPECT_NE(regQuery("BuildNumber").find("200"), std::string::npos);
+    EXPECT_NE(first.out.find("Update process completed successfully"), std::string::npos) << first.out;
+
+    const ProcessResult second = updater();
+    EXPECT_EQ(second.exitCode, 0) << second.out << second.err;
+    EXPECT_NE(second.out.find("Installed VELK version: 2.0.0 (build 200)"), std::string::npos) << second.out;
+    EXPECT_NE(readFile(logFile()).find("No update required - already at latest version (2.0.0) with all files current"),
+              std::string::npos);
+}
+
+}  // namespace
+}  // namespace velk::test
