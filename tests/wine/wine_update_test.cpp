@@ -37,7 +37,7 @@ protected:
     }
 
     ProcessResult wine(std::vector<std::string> args) {
-        return runProcess("wine", args, ProcessOptions{{{"WINEDEBUG", "-all"}}, "", ""});
+        return runProcess("/usr/bin/wine", args, ProcessOptions{{{"WINEDEBUG", "-all"}}, "", ""});
     }
     int reg(std::vector<std::string> args) {
         args.insert(args.begin(), "reg");
