@@ -16,7 +16,8 @@ jobs="$(nproc)"
 
 # shellcheck source=lib/packages.sh
 source scripts/lib/packages.sh
-install_packages mingw-w64 wine wine64 dpkg-dev autoconf automake libtool make cmake ninja-build \
+# Wine carries out CNG and Schannel with GnuTLS, which it only recommends.
+install_packages mingw-w64 wine wine64 libgnutls30 dpkg-dev autoconf automake libtool make cmake ninja-build \
     pkg-config libgtest-dev nlohmann-json3-dev
 
 # `apt-get source` needs a deb-src entry beside every deb entry of the distribution.
@@ -106,6 +107,7 @@ build_googletest() {
 
 # Header-only: the distribution's headers and CMake package work for any target.
 install_nlohmann_json() {
+    [ -d "$prefix/share/cmake/nlohmann_json" ] && return 0
     mkdir -p "$prefix/include" "$prefix/share/cmake"
     cp -r /usr/include/nlohmann "$prefix/include/"
     cp -r /usr/share/cmake/nlohmann_json "$prefix/share/cmake/"
