@@ -5,6 +5,7 @@
 # build folder and reused by later runs on the same machine.
 #   BUILD_DIR   build folder (default: build-win)
 set -euo pipefail
+shopt -s inherit_errexit
 
 cd "$(dirname "$0")/.."
 source_dir="$(pwd)"
@@ -22,12 +23,11 @@ install_packages mingw-w64 wine wine64 libgnutls30 dpkg-dev autoconf automake li
 
 # `apt-get source` needs a deb-src entry beside every deb entry of the distribution.
 enable_source_packages() {
-    if grep -rqs "deb-src" /etc/apt/sources.list /etc/apt/sources.list.d/; then
-        return 0
-    fi
+    apt-cache showsrc libsodium curl >/dev/null 2>&1 && return 0
     local as_root=() file
     [ "$(id -u)" -ne 0 ] && as_root=(sudo)
     for file in /etc/apt/sources.list.d/*.sources; do
+        case "$file" in */velk-src-*) continue ;; esac
         [ -e "$file" ] || continue
         sed 's/^Types: deb$/Types: deb-src/' "$file" |
             "${as_root[@]}" tee "/etc/apt/sources.list.d/velk-src-$(basename "$file")" >/dev/null
@@ -45,9 +45,13 @@ fetch_source() {
     local package="$1"
     mkdir -p "$deps/src"
     if ! compgen -G "$deps/src/$package-[0-9]*/" >/dev/null; then
+        enable_source_packages >&2
         (cd "$deps/src" && apt-get source -q "$package" >&2)
     fi
-    compgen -G "$deps/src/$package-[0-9]*/" | head -n 1
+    local folder
+    folder="$(compgen -G "$deps/src/$package-[0-9]*/" | head -n 1)"
+    [ -n "$folder" ] || { echo "No source of $package was unpacked" >&2; return 1; }
+    echo "$folder"
 }
 
 build_libsodium() {
@@ -113,7 +117,6 @@ install_nlohmann_json() {
     cp -r /usr/share/cmake/nlohmann_json "$prefix/share/cmake/"
 }
 
-enable_source_packages
 mkdir -p "$deps"
 build_libsodium
 build_curl
