@@ -31,8 +31,9 @@ endfunction()
 
 # velk_add_test(NAME [FILES f...] [DEPS d...] [SERIAL] [LABEL l]): one GoogleTest executable
 # test_NAME from the given files, or from every .cpp in the current folder, each test
-# registered with CTest under the label, if any. SERIAL keeps its tests from running beside each other (they share the loopback
-# endpoint port or, under Wine, the prefix's registry and service manager).
+# registered with CTest under the label, if any. SERIAL keeps its tests from running beside
+# each other (they share the loopback endpoint port or, under Wine, the prefix's registry
+# and service manager).
 function(velk_add_test name)
     cmake_parse_arguments(ARG "SERIAL" "LABEL" "FILES;DEPS" ${ARGN})
     if(ARG_FILES)
