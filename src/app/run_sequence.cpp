@@ -70,7 +70,7 @@ void reportInstallationState(Logger& logger, const std::string& installDirectory
         logger.warning("VELK installation check: " + installation.message);
         std::cout << "WARNING: VELK installation incomplete or corrupted\n";
         if (!installation.missingItems.empty()) {
-            std::cout << "Missing files: " << joinNames(installation.missingItems) << "\n";
+            std::cout << "Missing files: " + joinNames(installation.missingItems) + "\n";
         }
         std::cout << "\nThe updater will download and install the missing files.\n";
         logger.info("Continuing with update to fix missing/corrupted files");
@@ -83,7 +83,7 @@ void reportInstallationState(Logger& logger, const std::string& installDirectory
     const ValidationResult services = validateServicesAndDrivers();
     if (!services.valid) {
         logger.warning("VELK services/drivers check: " + services.message);
-        std::cout << "WARNING: " << services.message << "\n";
+        std::cout << "WARNING: " + services.message + "\n";
         std::cout << "Services may need to be recreated after update.\n";
     } else {
         logger.info("VELK services and drivers state: OK");
@@ -98,12 +98,13 @@ void reportInstallationState(Logger& logger, const std::string& installDirectory
         return;
     }
     logger.info("Installed VELK version: " + version);
-    std::cout << "Installed VELK version: " << version;
+    std::string line = "Installed VELK version: " + version;
     if (!build.empty()) {
         logger.info("Installed VELK build number: " + build);
-        std::cout << " (build " << build << ")";
+        line += " (build " + build + ")";
     }
-    std::cout << "\n";
+    // Whole lines only: the logger's worker writes to the same console.
+    std::cout << line + "\n";
 }
 
 // The fallback registration of the product's service when it is missing.
@@ -152,8 +153,8 @@ int runInstallServicesMode(UpdateClient& client, Logger& logger, bool quiet) {
     logger.info("  VELK Driver: " + driver);
     if (!quiet) {
         std::cout << "Service installation status:\n";
-        std::cout << "  VELK Service: " << service << "\n";
-        std::cout << "  VELK Driver: " << driver << "\n";
+        std::cout << "  VELK Service: " + service + "\n";
+        std::cout << "  VELK Driver: " + driver + "\n";
         std::cout << "NOTE: Services are installed but not started. They will be managed by the game launcher.\n";
     }
     logger.info("Performing final backup cleanup...");

@@ -42,10 +42,12 @@ FileUpdaterConfig makeFileUpdaterConfig(const UpdaterConfig& options) {
 }
 
 void printProgress(const UpdateProgress& progress) {
-    std::cout << "\r[" << progress.percentComplete << "%] " << progress.currentOperation;
-    if (!progress.currentFile.empty()) std::cout << ": " << progress.currentFile;
+    // One write, so that a log line from the logger's worker cannot land inside it.
+    std::string text = "\r[" + std::to_string(progress.percentComplete) + "%] " + progress.currentOperation;
+    if (!progress.currentFile.empty()) text += ": " + progress.currentFile;
+    if (progress.percentComplete == 100) text += "\n";
+    std::cout << text;
     std::cout.flush();
-    if (progress.percentComplete == 100) std::cout << "\n";
 }
 
 FileUpdater::FileUpdater(const FileUpdaterConfig& config, HttpClient& httpClient, Logger& logger)

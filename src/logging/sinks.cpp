@@ -46,11 +46,10 @@ const char* colourOf(LogLevel level) {
 
 void ConsoleSink::write(const LogEntry& entry, const std::string& line) {
     std::ostream& stream = entry.level < LogLevel::Warning ? std::cout : std::cerr;
-    if (config_.useColors) {
-        stream << colourOf(entry.level) << line << kReset << '\n';
-    } else {
-        stream << line << '\n';
-    }
+    // One write per entry: the run sequence prints its own lines to the same console from
+    // the main thread, and a line written in pieces could be split by one of those.
+    const std::string text = config_.useColors ? colourOf(entry.level) + line + kReset + "\n" : line + "\n";
+    stream << text;
     stream.flush();
     if (config_.flushEachEntry) stream.flush();
 }

@@ -17,7 +17,8 @@ TEST_F(UpdateRunTest, FreshInstallThenNothingToDo) {
     EXPECT_EQ(first.exitCode, 0) << first.err;
     EXPECT_NE(first.out.find("Running with administrator privileges.\n"), std::string::npos);
     EXPECT_NE(first.out.find("WARNING: VELK installation incomplete or corrupted\n"), std::string::npos);
-    EXPECT_NE(first.out.find("Missing files: VELK_Service.exe, VELK.dll, VELK_Launcher.exe\n"), std::string::npos);
+    EXPECT_NE(first.out.find("Missing files: VELK_Service.exe, VELK.dll, VELK_Launcher.exe\n"), std::string::npos)
+        << first.out;
     EXPECT_NE(first.out.find("WARNING: Could not determine installed VELK version\n"), std::string::npos);
     EXPECT_NE(first.out.find("Update process completed successfully\n"), std::string::npos);
     expectInstalled(kRelease1);
