@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iomanip>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -14,12 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string> linesOf(const fs::path& path) {
-    std::vector<std::string> lines;
-    std::istringstream text(test::readFile(path));
-    for (std::string line; std::getline(text, line);) lines.push_back(line);
-    return lines;
-}
+std::vector<std::string> linesOf(const fs::path& path) { return test::splitLines(test::readFile(path)); }
 
 LogEntry entryOf(LogLevel level, const std::string& message, const std::string& category = "") {
     return LogEntry{level, message, category, std::chrono::system_clock::from_time_t(0), "4242"};
@@ -98,8 +94,9 @@ TEST_F(LoggerTest, InitializeReportsDirectoryAndFileFailures) {
     config.logFilePath = (dir_ / "blocker" / "logs" / "updater.log").string();
     testing::internal::CaptureStderr();
     EXPECT_FALSE(Logger(config).initialize());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Failed to create log directory: \"" + (dir_ / "blocker" / "logs").string() + "\"\n");
+    std::ostringstream quoted;  // in double quotes, backslashes doubled
+    quoted << std::quoted((dir_ / "blocker" / "logs").string());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Failed to create log directory: " + quoted.str() + "\n");
 
     fs::create_directories(dir_ / "logs" / "updater.log");  // a folder in the file's place
     config = fileConfig();

@@ -18,7 +18,7 @@ protected:
     }
     std::string path(const std::string& suffix = "") const { return (dir_ / "updater.log").string() + suffix; }
     // A message whose line, with its line end, takes exactly `bytes` bytes on disk.
-    static std::string lineOf(std::size_t bytes, char fill) { return std::string(bytes - 1, fill); }
+    static std::string lineOf(std::size_t bytes, char fill) { return std::string(bytes - test::kLineEnd.size(), fill); }
 
     test::TempDir dir_;
     LoggerConfig config_;
@@ -34,7 +34,7 @@ TEST_F(RotationTest, LineCrossingTheLimitStaysAndTheNextStartsAFreshFile) {
     EXPECT_EQ(fs::file_size(path(".1")), 120u);
     EXPECT_EQ(fs::file_size(path()), 0u);
     logger.info(lineOf(60, 'c'));
-    EXPECT_EQ(test::readFile(path()), lineOf(60, 'c') + "\n");
+    EXPECT_EQ(test::readFile(path()), lineOf(60, 'c') + test::kLineEnd);
 }
 
 TEST_F(RotationTest, FileOfExactlyTheLimitIsNotRotated) {
@@ -53,7 +53,7 @@ TEST_F(RotationTest, SuffixesShiftUpAndTheOldestIsDropped) {
     Logger logger(config_);
     ASSERT_TRUE(logger.initialize());
     logger.info("current line over ten bytes");
-    EXPECT_EQ(test::readFile(path(".1")), "current line over ten bytes\n");
+    EXPECT_EQ(test::readFile(path(".1")), "current line over ten bytes" + test::kLineEnd);
     for (int i = 2; i <= 5; ++i) EXPECT_EQ(test::readFile(path("." + std::to_string(i))), "old " + std::to_string(i - 1) + "\n");
     EXPECT_FALSE(fs::exists(path(".6")));
 }
@@ -67,7 +67,7 @@ TEST_F(RotationTest, DepthOneReplacesTheSingleOldFile) {
     ASSERT_TRUE(logger.initialize());
     logger.info("first long line");
     logger.info("second long line");
-    EXPECT_EQ(test::readFile(path(".1")), "second long line\n");
+    EXPECT_EQ(test::readFile(path(".1")), "second long line" + test::kLineEnd);
     EXPECT_EQ(test::readFile(path(".2")), "untouched\n");
 }
 
@@ -79,7 +79,7 @@ TEST_F(RotationTest, FailedRenameKeepsLoggingInTheSameFile) {
     if (!locked.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
     logger.info("this line triggers a rotation that cannot happen");
     logger.info("and this one follows it");
-    EXPECT_EQ(test::readFile(path()), "this line triggers a rotation that cannot happen\nand this one follows it\n");
+    EXPECT_EQ(test::readFile(path()), "this line triggers a rotation that cannot happen" + test::kLineEnd + "and this one follows it" + test::kLineEnd);
     EXPECT_FALSE(fs::exists(path(".1")));
 }
 

@@ -28,13 +28,7 @@ public:
     updater::Logger& logger() { return *logger_; }
 
     std::vector<std::string> lines() const {
-        std::vector<std::string> result;
-        std::istringstream text(readFile(dir_.path() / "capture.log"));
-        for (std::string line; std::getline(text, line);) {
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            result.push_back(line);
-        }
-        return result;
+        return splitLines(readFile(dir_.path() / "capture.log"));
     }
 
     bool contains(const std::string& line) const {

@@ -41,6 +41,20 @@ std::string readFile(const fs::path& path) {
     return content.str();
 }
 
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = text.find(kLineEnd, start);
+        if (end == std::string::npos) {
+            lines.push_back(text.substr(start));
+            break;
+        }
+        lines.push_back(text.substr(start, end - start));
+        start = end + kLineEnd.size();
+    }
+    return lines;
+}
+
 void writeFile(const fs::path& path, const std::string& content) {
     if (path.has_parent_path()) {
         fs::create_directories(path.parent_path());

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace velk::test {
 
@@ -74,6 +75,13 @@ private:
 };
 
 std::string readFile(const fs::path& path);
+
+// What a text stream writes for "\n" on this platform: "\r\n" on Windows.
+extern const std::string kLineEnd;
+
+// The lines of a text file's content, each ended by kLineEnd; a last line without one
+// counts too.
+std::vector<std::string> splitLines(const std::string& text);
 
 // Writes <root>/registry.reg: the export header followed by `body` ("[KEY]" sections).
 void writeRegistry(const fs::path& root, const std::string& body);

@@ -9,6 +9,8 @@
 
 namespace velk::test {
 
+const std::string kLineEnd = "\n";
+
 void setEnvironment(const std::string& name, const std::optional<std::string>& value) {
     if (value) {
         ::setenv(name.c_str(), value->c_str(), 1);

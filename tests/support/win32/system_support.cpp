@@ -4,6 +4,8 @@
 
 namespace velk::test {
 
+const std::string kLineEnd = "\r\n";
+
 void setEnvironment(const std::string& name, const std::optional<std::string>& value) {
     // An empty value removes the variable from the environment.
     _putenv_s(name.c_str(), value ? value->c_str() : "");
