@@ -5,15 +5,14 @@
 #include <optional>
 #include <string>
 
+#include "app/settings.hpp"
 #include "client/update_client.hpp"
 #include "crypto/crypto_utils.hpp"
-#include "files/file_updater.hpp"
-#include "http/http_client.hpp"
 #include "install/installation.hpp"
 #include "install/logging_settings.hpp"
+#include "install/product_files.hpp"
 #include "install/version_record.hpp"
 #include "logging/logger.hpp"
-#include "platform/commands.hpp"
 #include "platform/elevation.hpp"
 #include "platform/process.hpp"
 
@@ -109,7 +108,7 @@ void reportInstallationState(Logger& logger, const std::string& installDirectory
 
 // The fallback registration of the product's service when it is missing.
 void installServiceFallback(UpdateClient& client, Logger& logger, bool quiet) {
-    if (client.serviceExists("VELKSvc")) {
+    if (client.serviceExists(product::kServiceName)) {
         logger.info("VELKSvc already installed - no fallback installation needed");
         return;
     }
@@ -123,16 +122,13 @@ void installServiceFallback(UpdateClient& client, Logger& logger, bool quiet) {
     } else {
         logger.info("Using registry InstallPath: " + base);
     }
-    const std::string command = "sc create \"VELKSvc\" binPath= \"" + platform::joinPath(base, "VELK_Service.exe") +
-                                "\" DisplayName= \"VELK Anti-Cheat Service\" start= demand";
-    const int status = platform::runCommand(command);
+    const int status = registerProductService(base);
     if (status != 0) {
         logger.error("Failed to install VELKSvc as fallback (exit code: " + std::to_string(status) + ")");
         logger.error("This may cause game functionality issues");
         if (!quiet) std::cout << "WARNING: Failed to install VELK service - game may not function properly\n";
         return;
     }
-    platform::runCommand("sc description \"VELKSvc\" \"Plexwynd Anti-Cheat monitoring service\"");
     logger.info("VELKSvc installed successfully as fallback");
     if (!quiet) std::cout << "VELK service installed successfully\n";
 }
@@ -146,8 +142,8 @@ int runInstallServicesMode(UpdateClient& client, Logger& logger, bool quiet) {
     }
     std::cout << "VELK services installed successfully\n";
     logger.info("VELK services installed successfully");
-    const std::string service = installed(client.serviceExists("VELKSvc"));
-    const std::string driver = installed(client.serviceExists("VELK_Sys"));
+    const std::string service = installed(client.serviceExists(product::kServiceName));
+    const std::string driver = installed(client.serviceExists(product::kDriverName));
     logger.info("Service installation status:");
     logger.info("  VELK Service: " + service);
     logger.info("  VELK Driver: " + driver);
@@ -231,13 +227,8 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
     }
     logger.info("Cryptographic utilities initialized successfully");
 
-    HttpConfig httpConfig;
-    httpConfig.userAgent = "VELK-Updater/1.0.0";
-    httpConfig.connectTimeoutSeconds = 30;
-    httpConfig.requestTimeoutSeconds = 60;
-    httpConfig.maxRetries = 3;
-    httpConfig.verboseOutput = true;
-    UpdateClient client(httpConfig, fileUpdaterConfig, config, version, build, logger);
+    UpdateClient client(makeHttpConfig(), fileUpdaterConfig, makeVerifierConfig(config, version, build),
+                        makeSelfUpdaterConfig(fileUpdaterConfig), logger);
     if (!client.initialize()) {
         logger.error("Failed to initialize update client");
         std::cerr << "Failed to initialize update client\n";

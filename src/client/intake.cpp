@@ -3,23 +3,9 @@
 #include <iterator>
 
 #include "client/update_client.hpp"
-#include "platform/process.hpp"
 
 namespace velk::updater {
 namespace {
-
-SelfUpdaterConfig makeSelfUpdaterConfig(const FileUpdaterConfig& files) {
-    SelfUpdaterConfig config;
-    config.installDirectory = files.installDirectory;
-    config.tempDirectory = files.tempDirectory;
-    config.currentExecutable = platform::executablePath();
-    if (config.currentExecutable.empty()) {
-        config.currentExecutable = platform::joinPath(files.installDirectory, "VELK_Updater.exe");
-    }
-    config.restartAfterUpdate = false;
-    config.replacementDelaySeconds = 3;
-    return config;
-}
 
 long long millisecondsSince(std::chrono::steady_clock::time_point start) {
     const auto elapsed = std::chrono::steady_clock::now() - start;
@@ -27,38 +13,6 @@ long long millisecondsSince(std::chrono::steady_clock::time_point start) {
 }
 
 }  // namespace
-
-bool isSelfUpdateName(const std::string& name) {
-    return name == "VELK_Updater.exe" || name == "Updater.exe";
-}
-
-UpdateClient::UpdateClient(const HttpConfig& httpConfig, const FileUpdaterConfig& fileUpdaterConfig,
-                           const UpdaterConfig& options, const std::string& installedVersion,
-                           const std::string& installedBuildNumber, Logger& logger)
-    : httpClient(httpConfig),
-      manifestVerifier(makeVerifierConfig(options, installedVersion, installedBuildNumber),
-                       httpClient, logger),
-      fileUpdater(fileUpdaterConfig, httpClient, logger),
-      logger(logger),
-      fileUpdaterConfig(fileUpdaterConfig),
-      selfUpdater(std::make_unique<SelfUpdater>(makeSelfUpdaterConfig(fileUpdaterConfig), logger)) {
-    selfUpdater->verifySelfUpdate();
-    selfUpdater->cleanupOldBackups();
-}
-
-UpdateClient::~UpdateClient() = default;
-
-bool UpdateClient::initialize() {
-    if (!httpClient.initialize()) {
-        logger.error("Failed to initialize HTTP client");
-        return false;
-    }
-    if (!fileUpdater.initialize()) {
-        logger.error("Failed to initialize file updater");
-        return false;
-    }
-    return true;
-}
 
 bool UpdateClient::checkForUpdates(const std::string& manifestUrl) {
     logger.info("Checking for updates from: " + manifestUrl);
@@ -93,15 +47,6 @@ bool UpdateClient::checkForUpdatesFromFile(const std::string& manifestPath) {
         logger.error(std::string("Failed to read manifest file: ") + error.what());
         return false;
     }
-}
-
-std::string UpdateClient::getUpdateFileUrl(const ManifestFile& file) const { return file.url; }
-
-void UpdateClient::finalCleanup() {
-    logger.info("Performing final temp file cleanup before shutdown...");
-    cleanupStagingFiles();
-    cleanupTempFiles();
-    fileUpdater.shutdown();
 }
 
 }  // namespace velk::updater

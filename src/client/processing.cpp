@@ -2,8 +2,8 @@
 #include <vector>
 
 #include "client/update_client.hpp"
-#include "crypto/crypto_utils.hpp"
-#include "files/file_checks.hpp"
+#include "files/file_check.hpp"
+#include "install/product_files.hpp"
 #include "install/version_record.hpp"
 
 namespace velk::updater {
@@ -18,50 +18,44 @@ struct IntegrityCounts {
 };
 
 // What the integrity pass found for one entry: empty when the local copy is correct.
-struct FileCheck {
+struct FileStatus {
     std::string status;
 };
 
-// Checks one ordinary entry against the disk; wrong copies are deleted.
-FileCheck checkEntry(Logger& logger, const fs::path& path, const ManifestFile& file,
-                     IntegrityCounts& counts) {
+std::string statusOf(FileState state) {
+    switch (state) {
+        case FileState::Current:
+            return "";
+        case FileState::Missing:
+            return "missing";
+        case FileState::SizeMismatch:
+            return "size mismatch";
+        case FileState::HashFailed:
+            return "hash calculation failed";
+        case FileState::HashMismatch:
+            return "hash mismatch";
+    }
+    return "error during check";
+}
+
+// Checks one ordinary entry against the disk; wrong copies are deleted. The digest is
+// compared exactly: an upper-case manifest digest counts as a mismatch here.
+FileStatus checkEntry(Logger& logger, const fs::path& path, const ManifestFile& file, IntegrityCounts& counts) {
     try {
-        if (!fs::exists(path)) {
+        const FileCheck check = checkFile(path, file, DigestCase::Exact);
+        if (check.state == FileState::Missing) {
             logger.info("File missing: " + file.name);
             ++counts.missing;
-            return {"missing"};
-        }
-        const std::uintmax_t actual = fs::file_size(path);
-        if (actual != file.size) {
-            logger.info("File size mismatch for " + file.name + ": expected " + std::to_string(file.size) +
-                        ", actual " + std::to_string(actual));
-            logger.info("Deleting corrupted file to force clean re-download: " + path.string());
-            deleteWrongCopy(logger, path, file.name, "corrupted", true);
+        } else if (check.current()) {
+            logger.debug("File integrity OK: " + file.name);
+            ++counts.current;
+        } else {
+            discardWrongCopy(logger, path, file, check,
+                             "File hash mismatch for " + file.name + ": expected " + file.sha256.substr(0, 16) +
+                                 "..., actual " + check.actualSha256.substr(0, 16) + "...");
             ++counts.corrupted;
-            return {"size mismatch"};
         }
-        const CryptoResult digest = CryptoUtils::sha256File(path.string());
-        if (!digest.success) {
-            logger.warning("Failed to calculate SHA256 for " + file.name + ": " + digest.error);
-            logger.info("Deleting file with failed hash calculation: " + path.string());
-            deleteWrongCopy(logger, path, file.name, "unverifiable", false);
-            ++counts.corrupted;
-            return {"hash calculation failed"};
-        }
-        // Exact comparison with the lower-case digest: an upper-case manifest digest is
-        // treated as a mismatch here.
-        const std::string hex = CryptoUtils::toHex(digest.data);
-        if (hex != file.sha256) {
-            logger.info("File hash mismatch for " + file.name + ": expected " + file.sha256.substr(0, 16) +
-                        "..., actual " + hex.substr(0, 16) + "...");
-            logger.info("Deleting corrupted file to force clean re-download: " + path.string());
-            deleteWrongCopy(logger, path, file.name, "hash-mismatched", true);
-            ++counts.corrupted;
-            return {"hash mismatch"};
-        }
-        logger.debug("File integrity OK: " + file.name);
-        ++counts.current;
-        return {};
+        return {statusOf(check.state)};
     } catch (const std::exception& error) {
         logger.warning("Error checking file " + file.name + ": " + error.what());
         ++counts.corrupted;
@@ -100,12 +94,12 @@ bool UpdateClient::processManifest(const std::string& manifestJson) {
     std::vector<ManifestFile> currentFiles;
     IntegrityCounts counts;
     for (const auto& file : manifest.files) {
-        if (isSelfUpdateName(file.name)) {
+        if (product::isUpdaterExecutable(file.name)) {
             logger.info("Skipping self-update file (intentional): " + file.name);
             continue;
         }
         const fs::path path = fs::path(fileUpdaterConfig.installDirectory) / file.target_path;
-        const FileCheck check = checkEntry(logger, path, file, counts);
+        const FileStatus check = checkEntry(logger, path, file, counts);
         if (check.status.empty()) {
             logger.debug("File " + file.name + " is already current - skipping download");
             currentFiles.push_back(file);

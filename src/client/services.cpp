@@ -1,8 +1,8 @@
-#include <array>
 #include <filesystem>
 
 #include "client/update_client.hpp"
-#include "platform/commands.hpp"
+#include "install/installation.hpp"
+#include "install/product_files.hpp"
 #include "platform/process.hpp"
 #include "platform/services.hpp"
 
@@ -11,22 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string serviceCreateCommand(const std::string& executable) {
-    return "sc create \"VELKSvc\" binPath= \"" + executable +
-           "\" DisplayName= \"VELK Anti-Cheat Service\" start= demand";
-}
-
-constexpr const char* kServiceDescribeCommand =
-    "sc description \"VELKSvc\" \"Plexwynd Anti-Cheat monitoring service\"";
-constexpr const char* kDriverVerifyCommand = "pnputil.exe /enum-drivers | findstr /i \"VELK\"";
-
 }  // namespace
-
-bool UpdateClient::executeUpdateSequence(const Manifest& /*manifest*/, bool preUpdate) {
-    // Manifests carry no update steps, so a sequence is its headline alone.
-    logger.info(preUpdate ? "Executing pre-update sequence..." : "Executing post-update sequence...");
-    return true;
-}
 
 bool UpdateClient::serviceExists(const std::string& serviceName) {
     const platform::ServicePresence presence = platform::queryServicePresence(serviceName);
@@ -42,27 +27,26 @@ bool UpdateClient::installServices() {
     bool result = true;
 
     logger.info("Checking and installing VELK services...");
-    if (serviceExists("VELKSvc")) {
+    if (serviceExists(product::kServiceName)) {
         logger.info("VELK service already installed");
     } else {
         logger.info("Installing VELK service...");
-        const int status = platform::runCommand(serviceCreateCommand(platform::joinPath(directory, "VELK_Service.exe")));
+        const int status = registerProductService(directory);
         if (status != 0) {
             logger.error("Failed to install VELK service (exit code: " + std::to_string(status) + ")");
             result = false;
         } else {
-            platform::runCommand(kServiceDescribeCommand);
             logger.info("VELK service installed successfully");
         }
     }
 
-    if (serviceExists("VELK_Sys")) {
+    if (serviceExists(product::kDriverName)) {
         logger.info("VELK driver already installed");
         cleanupBackupFiles();
         return result;
     }
     logger.info("Installing VELK driver...");
-    const std::string inf = platform::joinPath(directory, "VELK_Sys.inf");
+    const std::string inf = platform::joinPath(directory, product::kDriverInf);
     if (!fs::exists(inf)) {
         logger.error("Driver INF file not found: " + inf);
         logger.error("Please ensure VELK is properly installed and all driver files are present");
@@ -72,7 +56,7 @@ bool UpdateClient::installServices() {
     logger.info("Driver INF file found: " + inf);
 
     bool fileMissing = false;
-    for (const char* name : {"VELK_Sys.sys", "VELK_Sys.cat"}) {
+    for (const char* name : product::kDriverFiles) {
         const std::string path = platform::joinPath(directory, name);
         if (fs::exists(path)) {
             logger.debug("Driver file found: " + path);
@@ -83,12 +67,11 @@ bool UpdateClient::installServices() {
     }
     if (fileMissing) logger.warning("Some expected driver files are missing - proceeding anyway");
 
-    const std::string installCommand = "pnputil.exe /add-driver \"" + inf + "\" /install";
-    logger.info("Executing: " + installCommand);
-    const int status = platform::runCommand(installCommand);
+    logger.info("Executing: " + platform::addDriverPackageCommand(inf));
+    const int status = platform::addDriverPackage(inf);
     if (status == 0) {
         logger.info("VELK driver installed successfully");
-        if (platform::runCommand(kDriverVerifyCommand) == 0) {
+        if (platform::findDriverPackage(product::kDriverStoreMatch) == 0) {
             logger.info("Driver verification successful - VELK driver found in driver store");
         } else {
             logger.warning("Driver verification failed - driver may not be properly installed");
@@ -96,7 +79,7 @@ bool UpdateClient::installServices() {
     } else {
         logger.error("Failed to install VELK driver (exit code: " + std::to_string(status) + ")");
         result = false;
-        if (status == 2) {
+        if (status == platform::kFileNotFound) {
             logger.error("ERROR_FILE_NOT_FOUND (2): Driver files are missing or inaccessible");
             logger.error("Troubleshooting steps:");
             logger.error("1. Verify VELK installation directory: " + directory);
@@ -104,7 +87,7 @@ bool UpdateClient::installServices() {
             logger.error("3. Check that all driver files referenced in the INF are present");
             logger.error("4. Verify file permissions allow read access");
             logger.error("5. Try re-running the VELK installer");
-        } else if (status == 259) {
+        } else if (status == platform::kDriverPackageExists) {
             logger.warning("No devices match the driver or a better driver is already installed");
         } else {
             logger.error("Unknown driver installation error. Check Windows Event Log for details");

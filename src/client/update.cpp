@@ -1,11 +1,10 @@
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <vector>
 
 #include "client/update_client.hpp"
-#include "crypto/crypto_utils.hpp"
-#include "files/file_checks.hpp"
+#include "files/file_check.hpp"
+#include "install/product_files.hpp"
 #include "install/version_record.hpp"
 #include "platform/process.hpp"
 
@@ -46,7 +45,7 @@ bool UpdateClient::performUpdate(const Manifest& manifest) {
     std::vector<ManifestFile> regularFiles;
     std::vector<ManifestFile> selfUpdateFiles;
     for (const auto& file : manifest.files) {
-        if (isSelfUpdateName(file.name)) continue;
+        if (product::isUpdaterExecutable(file.name)) continue;
         (selfUpdater->isUpdaterFile(file) ? selfUpdateFiles : regularFiles).push_back(file);
     }
 
@@ -97,24 +96,26 @@ void UpdateClient::downloadSelfUpdateFile(const ManifestFile& file) {
     const std::string tempName = file.name + "_temp";
     const std::string tempPath = platform::joinPath(fileUpdaterConfig.installDirectory, tempName);
     logger.info("Downloading to temporary location: " + tempPath);
+    // Written beside the final name and renamed once verified, so the windowed updater never
+    // finds a partial or unverified file under the name it swaps in.
+    const std::string partialPath = tempPath + ".partial";
     try {
-        const HttpResponse response = httpClient.get(getUpdateFileUrl(file), {});
-        if (response.statusCode != 200) {
-            logger.error("Failed to download " + file.name + ": HTTP " + std::to_string(response.statusCode));
-            return;
-        }
-        std::ofstream out(tempPath, std::ios::binary | std::ios::trunc);
-        if (!out.is_open()) {
+        const HttpResponse response = fileUpdater.fetch(getUpdateFileUrl(file), partialPath);
+        if (!fs::exists(partialPath)) {
             logger.error("Failed to create temp file: " + tempPath);
             return;
         }
-        out.write(response.body.data(), static_cast<std::streamsize>(response.body.size()));
-        out.close();
-        if (!verifyTempFile(tempPath, file)) {
-            logger.error("Downloaded file verification failed: " + file.name);
-            fs::remove(tempPath);
+        if (response.statusCode != 200) {
+            fs::remove(partialPath);
+            logger.error("Failed to download " + file.name + ": HTTP " + std::to_string(response.statusCode));
             return;
         }
+        if (!verifyTempFile(partialPath, file)) {
+            logger.error("Downloaded file verification failed: " + file.name);
+            fs::remove(partialPath);
+            return;
+        }
+        fs::rename(partialPath, tempPath);
         logger.info("Successfully downloaded and verified: " + file.name + " -> " + tempName);
     } catch (const std::exception& error) {
         logger.error("Exception downloading " + file.name + ": " + error.what());
@@ -123,28 +124,27 @@ void UpdateClient::downloadSelfUpdateFile(const ManifestFile& file) {
 
 bool UpdateClient::verifyTempFile(const std::string& tempPath, const ManifestFile& file) {
     try {
-        if (!fs::exists(tempPath)) {
-            logger.error("Temp file does not exist: " + tempPath);
-            return false;
+        const FileCheck check = checkFile(tempPath, file, DigestCase::IgnoreCase);
+        switch (check.state) {
+            case FileState::Current:
+                logger.debug("File verification passed for: " + tempPath);
+                return true;
+            case FileState::Missing:
+                logger.error("Temp file does not exist: " + tempPath);
+                return false;
+            case FileState::SizeMismatch:
+                logger.error("File size mismatch for temp file: expected " + std::to_string(file.size) +
+                             ", actual " + std::to_string(check.actualSize));
+                return false;
+            case FileState::HashFailed:
+                logger.error("Failed to calculate SHA256 for tmp file: " + check.error);
+                return false;
+            case FileState::HashMismatch:
+                logger.error("SHA256 mismatch for temp file: expected " + file.sha256 + ", actual " +
+                             check.actualSha256);
+                return false;
         }
-        const std::uintmax_t actual = fs::file_size(tempPath);
-        if (actual != file.size) {
-            logger.error("File size mismatch for temp file: expected " + std::to_string(file.size) + ", actual " +
-                         std::to_string(actual));
-            return false;
-        }
-        const CryptoResult digest = CryptoUtils::sha256File(tempPath);
-        if (!digest.success) {
-            logger.error("Failed to calculate SHA256 for tmp file: " + digest.error);
-            return false;
-        }
-        const std::string hex = CryptoUtils::toHex(digest.data);
-        if (!sameDigestIgnoringCase(hex, file.sha256)) {
-            logger.error("SHA256 mismatch for temp file: expected " + file.sha256 + ", actual " + hex);
-            return false;
-        }
-        logger.debug("File verification passed for: " + tempPath);
-        return true;
+        return false;
     } catch (const std::exception& error) {
         logger.error(std::string("Exception during file verification: ") + error.what());
         return false;

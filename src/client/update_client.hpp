@@ -3,7 +3,6 @@
 #include <memory>
 #include <string>
 
-#include "app/options.hpp"
 #include "files/file_updater.hpp"
 #include "http/http_client.hpp"
 #include "logging/logger.hpp"
@@ -19,8 +18,8 @@ namespace velk::updater {
 class UpdateClient {
 public:
     UpdateClient(const HttpConfig& httpConfig, const FileUpdaterConfig& fileUpdaterConfig,
-                 const UpdaterConfig& options, const std::string& installedVersion,
-                 const std::string& installedBuildNumber, Logger& logger);
+                 const ManifestVerifierConfig& verifierConfig, const SelfUpdaterConfig& selfUpdaterConfig,
+                 Logger& logger);
     ~UpdateClient();
     UpdateClient(const UpdateClient&) = delete;
     UpdateClient& operator=(const UpdateClient&) = delete;
@@ -60,8 +59,5 @@ private:
     FileUpdaterConfig fileUpdaterConfig;
     std::unique_ptr<SelfUpdater> selfUpdater;
 };
-
-// The updaters' own executables, which an update never checks, installs or downloads.
-bool isSelfUpdateName(const std::string& name);
 
 }  // namespace velk::updater

@@ -81,6 +81,10 @@ void checkSize(const ManifestFile& file, FileUpdateResult& result, Logger& logge
 
 }  // namespace
 
+HttpResponse FileUpdater::fetch(const std::string& url, const std::string& path) {
+    return impl_->httpClient.download(url, path, nullptr, {});
+}
+
 FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     Impl& impl = *impl_;
     const std::string tempPath = getTempPath(file);
@@ -90,7 +94,7 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     FileUpdateResult result;
     result.filePath = tempPath;
     if (impl.config.baseUrls.empty()) {
-        const HttpResponse response = impl.httpClient.download(file.url, tempPath, nullptr, {});
+        const HttpResponse response = fetch(file.url, tempPath);
         if (isSuccessStatus(response.statusCode) && fs::exists(tempPath)) {
             result.success = true;
             result.bytesDownloaded = response.bytesDownloaded;
@@ -108,7 +112,7 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     while (succeededUrl.empty() && candidates.next(url, isArchive)) {
         std::error_code ignored;
         if (fs::exists(tempPath, ignored)) fs::remove(tempPath, ignored);
-        const HttpResponse response = impl.httpClient.download(url, tempPath, nullptr, {});
+        const HttpResponse response = fetch(url, tempPath);
         if (!isSuccessStatus(response.statusCode)) {
             impl.logger.warning("Download attempt failed: " + url + " => " + response.error + " (" +
                                 std::to_string(response.statusCode) + ")");

@@ -7,7 +7,6 @@
 #include <sstream>
 
 #include "files/file_updater_impl.hpp"
-#include "install/installation.hpp"
 #include "platform/local_time.hpp"
 
 namespace velk::updater {
@@ -23,23 +22,6 @@ std::string localTimeStamp() {
 }
 
 }  // namespace
-
-FileUpdaterConfig makeFileUpdaterConfig(const UpdaterConfig& options) {
-    FileUpdaterConfig config;
-    config.installDirectory = options.installDir.empty() ? getDefaultInstallDirectory() : options.installDir;
-    config.backupDirectory = config.installDirectory + "/backup";
-    config.tempDirectory = getTempDirectory();
-    config.createBackups = true;
-    config.verifyAfterUpdate = true;
-    config.useStaging = true;
-    config.deleteTempAfterInstall = true;
-    config.maxRetries = 3;
-    config.timeoutSeconds = 20;
-    config.retryDelaySeconds = 3;
-    config.baseUrls = {VELK_CDN_BASE_URL, VELK_MIRROR_BASE_URL, VELK_ORIGIN_BASE_URL};
-    config.tryArchiveFirst = true;
-    return config;
-}
 
 void printProgress(const UpdateProgress& progress) {
     // One write, so that a log line from the logger's worker cannot land inside it.

@@ -7,13 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "app/options.hpp"
+#include "http/http_client.hpp"
 #include "logging/logger.hpp"
 #include "manifest/manifest.hpp"
 
 namespace velk::updater {
 
-class HttpClient;
 
 struct FileUpdaterConfig {
     std::string installDirectory;
@@ -32,9 +31,6 @@ struct FileUpdaterConfig {
     std::vector<std::string> baseUrls;  // tried in order for every file
     bool tryArchiveFirst = true;
 };
-
-// The file updater settings of a run; its installation directory is the run's.
-FileUpdaterConfig makeFileUpdaterConfig(const UpdaterConfig& options);
 
 struct UpdateProgress {
     std::uint64_t totalFiles = 0;
@@ -96,6 +92,10 @@ public:
     std::string getTempPath(const ManifestFile& file) const;
     std::string getBackupPath(const ManifestFile& file) const;
     bool hasEnoughDiskSpace(std::uint64_t requiredBytes);
+
+    // Streams `url` into `path`, replacing it: the one transfer every downloaded file goes
+    // through. An error page lands in the file too; the status is the caller's to judge.
+    HttpResponse fetch(const std::string& url, const std::string& path);
     static bool isUrl(const std::string& text);
 
     std::uint64_t successfulCount() const;

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "install/product_files.hpp"
 #include "platform/known_folders.hpp"
 #include "platform/process.hpp"
 #include "platform/services.hpp"
@@ -13,8 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array<const char*, 3> kRequiredFiles = {"VELK_Service.exe", "VELK.dll",
-                                                       "VELK_Launcher.exe"};
 constexpr const char* kWriteTestFile = "velk_updater_write_test.tmp";
 
 std::string joinNames(const std::vector<std::string>& names) {
@@ -79,7 +78,7 @@ ValidationResult validateInstallation(const std::string& installDirectory) {
     }
 
     ValidationResult result;
-    for (const char* name : kRequiredFiles) {
+    for (const char* name : product::kRequiredFiles) {
         if (!fs::exists(directory / name)) result.missingItems.emplace_back(name);
     }
     if (!result.missingItems.empty()) {
@@ -98,8 +97,8 @@ ValidationResult validateInstallation(const std::string& installDirectory) {
 
 ValidationResult validateServicesAndDrivers() {
     std::vector<std::string> missing;
-    if (!isServiceInstalled("VELKSvc")) missing.emplace_back("VELKSvc service");
-    if (!isDriverInstalled("VELK_Sys")) missing.emplace_back("VELK_Sys driver");
+    if (!isServiceInstalled(product::kServiceName)) missing.emplace_back(std::string(product::kServiceName) + " service");
+    if (!isDriverInstalled(product::kDriverName)) missing.emplace_back(std::string(product::kDriverName) + " driver");
     if (!missing.empty()) return failure("Missing VELK services/drivers: " + joinNames(missing));
     ValidationResult result;
     result.valid = true;
@@ -113,6 +112,14 @@ bool isServiceInstalled(const std::string& name) {
 
 bool isDriverInstalled(const std::string& name) {
     return platform::queryServicePresence(name).serviceOpened;
+}
+
+int registerProductService(const std::string& installDirectory) {
+    const int status =
+        platform::createService(product::kServiceName, product::kServiceDisplayName,
+                                platform::joinPath(installDirectory, product::kServiceExecutable));
+    if (status == 0) platform::setServiceDescription(product::kServiceName, product::kServiceDescription);
+    return status;
 }
 
 }  // namespace velk::updater

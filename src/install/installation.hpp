@@ -21,4 +21,8 @@ ValidationResult validateServicesAndDrivers();
 bool isServiceInstalled(const std::string& name);
 bool isDriverInstalled(const std::string& name);
 
+// Registers the product's service with the service executable of `installDirectory` and
+// describes it. The creation's result: 0, or the error code of the service manager.
+int registerProductService(const std::string& installDirectory);
+
 }  // namespace velk::updater

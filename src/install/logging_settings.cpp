@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <map>
 
 #include "install/version_record.hpp"
 #include "platform/process.hpp"
@@ -15,15 +14,6 @@ namespace fs = std::filesystem;
 namespace reg = platform;
 
 const std::string kLoggingKey = std::string(kProductRegistryKey) + "\\Logging";
-
-LogLevel levelFromName(const std::string& name, LogLevel fallback) {
-    static const std::map<std::string, LogLevel> levels = {
-        {"trace", LogLevel::Trace},     {"debug", LogLevel::Debug}, {"info", LogLevel::Info},
-        {"warning", LogLevel::Warning}, {"error", LogLevel::Error}, {"critical", LogLevel::Critical},
-    };
-    const auto found = levels.find(name);
-    return found == levels.end() ? fallback : found->second;
-}
 
 std::chrono::system_clock::time_point toSystemTime(fs::file_time_type fileTime) {
     return std::chrono::time_point_cast<std::chrono::system_clock::duration>(
@@ -73,24 +63,6 @@ std::string readLoggingString(const std::string& name, const std::string& defaul
 }
 
 bool isUpdaterLoggingEnabled() { return readLoggingDword("EnableUpdaterLogs", 1) != 0; }
-
-LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& installDirectory) {
-    LoggerConfig config;
-    if (!isUpdaterLoggingEnabled()) {
-        config.sinks = 0;
-        return config;
-    }
-    const std::string levelName =
-        options.logLevel.empty() ? readLoggingString("LogLevel", "info") : options.logLevel;
-    config.minLevel = levelFromName(levelName, config.minLevel);
-    config.sinks = options.quiet ? SinkFile | SinkEventLog
-                                 : SinkConsole | SinkFile | SinkEventLog | SinkDebugger;
-    config.logFilePath =
-        platform::joinPath(platform::joinPath(installDirectory, "logs"), "updater.log");
-    config.useColors = !options.background;
-    config.asyncMode = true;
-    return config;
-}
 
 void cleanupOldLogs(const std::string& logDirectory, Logger& logger) {
     try {

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <string>
 
-#include "app/options.hpp"
 #include "logging/logger.hpp"
 
 namespace velk::updater {
@@ -15,9 +14,6 @@ std::uint32_t readLoggingDword(const std::string& name, std::uint32_t defaultVal
 std::string readLoggingString(const std::string& name, const std::string& defaultValue);
 // "EnableUpdaterLogs" is not 0 (on by default).
 bool isUpdaterLoggingEnabled();
-
-// The logger settings of a run, from the options and the registry switches.
-LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& installDirectory);
 
 // Deletes ".log" files of the directory older than the retention period when the registry
 // asks for clean-up at start-up. Reports through the logger; never throws.

@@ -5,27 +5,14 @@
 
 namespace velk::updater {
 
-ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
-                                          const std::string& installedBuildNumber) {
-    ManifestVerifierConfig config;
-    config.publicKey.clear();
-    config.manifestUrl = manifestUrlForChannel(options.channel);
-    config.currentVersion = installedVersion;
-    config.currentBuildNumber = installedBuildNumber;
-    config.channel = options.channel;
-    config.requireSignature = false;
-    config.allowDowngrades = !(options.disableDowngrades && !options.force);
-    return config;
-}
-
 std::string signedManifestText(const Manifest& manifest) {
     std::string text = manifest.version + manifest.build_number + manifest.git_commit;
     for (const auto& file : manifest.files) text += file.name + file.sha256 + std::to_string(file.size);
     return text;
 }
 
-ManifestVerifier::ManifestVerifier(const ManifestVerifierConfig& config, HttpClient& httpClient, Logger& logger)
-    : impl_(std::make_unique<Impl>(Impl{config, httpClient, logger, std::nullopt})) {}
+ManifestVerifier::ManifestVerifier(const ManifestVerifierConfig& config, Logger& logger)
+    : impl_(std::make_unique<Impl>(Impl{config, logger, std::nullopt})) {}
 
 ManifestVerifier::~ManifestVerifier() = default;
 

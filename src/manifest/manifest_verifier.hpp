@@ -5,27 +5,19 @@
 #include <optional>
 #include <string>
 
-#include "app/options.hpp"
 #include "logging/logger.hpp"
 #include "manifest/manifest.hpp"
 
 namespace velk::updater {
 
-class HttpClient;
-
 struct ManifestVerifierConfig {
     std::string publicKey;  // base64 Ed25519 key used when a manifest names "Ed25519"
-    std::string manifestUrl;
     std::string currentVersion;
     std::string currentBuildNumber;
     std::string channel = "stable";
     bool requireSignature = false;
     bool allowDowngrades = true;
 };
-
-// The verifier settings of a run: downgrades are refused only when disabled and not forced.
-ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
-                                          const std::string& installedBuildNumber);
 
 struct VerificationStatus {
     bool valid = false;
@@ -45,7 +37,7 @@ struct VerificationResult : VerificationStatus {
 // compatibility. Keeps the last accepted manifest. Does no I/O of its own.
 class ManifestVerifier {
 public:
-    ManifestVerifier(const ManifestVerifierConfig& config, HttpClient& httpClient, Logger& logger);
+    ManifestVerifier(const ManifestVerifierConfig& config, Logger& logger);
     ~ManifestVerifier();
     ManifestVerifier(const ManifestVerifier&) = delete;
     ManifestVerifier& operator=(const ManifestVerifier&) = delete;

@@ -7,7 +7,6 @@ namespace velk::updater {
 
 struct ManifestVerifier::Impl {
     ManifestVerifierConfig config;
-    HttpClient& httpClient;  // kept for the owner's sake; the verifier fetches nothing
     Logger& logger;
     std::optional<Manifest> currentManifest;
 };

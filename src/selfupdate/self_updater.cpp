@@ -1,19 +1,14 @@
 #include "selfupdate/self_updater.hpp"
 
-#include <algorithm>
-#include <array>
 #include <filesystem>
+
+#include "install/file_sweep.hpp"
+#include "install/product_files.hpp"
 
 namespace velk::updater {
 namespace {
 
 namespace fs = std::filesystem;
-
-const std::array<std::string, 4>& updaterFiles() {
-    static const std::array<std::string, 4> names = {"Updater.exe", "libcurl.dll", "libsodium.dll",
-                                                     "zlib1.dll"};
-    return names;
-}
 
 bool endsWith(const std::string& text, const std::string& suffix) {
     return text.size() >= suffix.size() &&
@@ -42,19 +37,6 @@ struct SelfUpdater::Impl {
         }
     }
 
-    // True when the entry was an old updater copy that got removed.
-    bool removeIfOldCopy(const fs::directory_entry& entry) {
-        try {
-            if (!entry.is_regular_file()) return false;
-            const std::string name = entry.path().filename().string();
-            if (!isOldUpdaterCopy(name) || !fs::remove(entry.path())) return false;
-            logger.info("Removed old backup: " + name);
-            return true;
-        } catch (const std::exception& error) {
-            logger.warning("Error processing file: " + entry.path().string() + " - " + error.what());
-            return false;
-        }
-    }
 };
 
 SelfUpdater::SelfUpdater(const SelfUpdaterConfig& config, Logger& logger)
@@ -62,10 +44,7 @@ SelfUpdater::SelfUpdater(const SelfUpdaterConfig& config, Logger& logger)
 
 SelfUpdater::~SelfUpdater() = default;
 
-bool SelfUpdater::isUpdaterFile(const ManifestFile& file) const {
-    const auto& names = updaterFiles();
-    return std::find(names.begin(), names.end(), file.name) != names.end();
-}
+bool SelfUpdater::isUpdaterFile(const ManifestFile& file) const { return product::isUpdaterRuntimeFile(file.name); }
 
 bool SelfUpdater::verifySelfUpdate() {
     Logger& logger = impl_->logger;
@@ -92,10 +71,16 @@ void SelfUpdater::cleanupOldBackups() {
     try {
         const fs::path directory = impl_->config.installDirectory;
         if (!fs::exists(directory)) return;
-        int removed = 0;
-        for (const auto& entry : fs::directory_iterator(directory)) {
-            if (impl_->removeIfOldCopy(entry)) ++removed;
-        }
+        const int removed = sweepFiles(
+            directory, {isOldUpdaterCopy,
+                        [&](const fs::path& path, const std::string& name) {
+                            if (!fs::remove(path)) return false;
+                            logger.info("Removed old backup: " + name);
+                            return true;
+                        },
+                        [&](const fs::path& path, const std::exception& error) {
+                            logger.warning("Error processing file: " + path.string() + " - " + error.what());
+                        }});
         if (removed > 0) {
             logger.info("Cleaned up " + std::to_string(removed) + " old backup files");
         } else {

@@ -8,6 +8,7 @@
 #include "client/update_client.hpp"
 #include "crypto/crypto_utils.hpp"
 #include "install/version_record.hpp"
+#include "platform/process.hpp"
 #include "support/http_test_server.hpp"
 #include "support/digest.hpp"
 #include "support/log_capture.hpp"
@@ -56,9 +57,15 @@ protected:
             files.backupDirectory = files.installDirectory + "/backup";
             files.tempDirectory = tmp_.str();
             files.baseUrls = {server_.url("/cdn"), server_.url("/mirror"), server_.url("/origin")};
-            client_ = std::make_unique<UpdateClient>(HttpConfig{}, files, options_, getInstalledVersion().empty() ? "0.0.0" : getInstalledVersion(),
-                                                     getInstalledBuildNumber().empty() ? "0" : getInstalledBuildNumber(),
-                                                     log_.logger());
+            ManifestVerifierConfig verifier;
+            verifier.currentVersion = getInstalledVersion().empty() ? "0.0.0" : getInstalledVersion();
+            verifier.currentBuildNumber = getInstalledBuildNumber().empty() ? "0" : getInstalledBuildNumber();
+            verifier.allowDowngrades = allowDowngrades_;
+            SelfUpdaterConfig self;
+            self.installDirectory = files.installDirectory;
+            self.tempDirectory = files.tempDirectory;
+            self.currentExecutable = platform::executablePath();
+            client_ = std::make_unique<UpdateClient>(HttpConfig{}, files, verifier, self, log_.logger());
             EXPECT_TRUE(client_->initialize());
             log_.clear();
         }
@@ -69,7 +76,7 @@ protected:
     test::ScopedEnv tmpEnv_{"TMPDIR", tmp_.str()};
     test::HttpTestServer server_;
     test::LogCapture log_;
-    UpdaterConfig options_;
+    bool allowDowngrades_ = true;
     std::unique_ptr<UpdateClient> client_;
 };
 

@@ -99,7 +99,7 @@ TEST_F(ProcessingTest, RejectedManifestTouchesNoFile) {
 // missing file makes it a repair, and the repair installs the older release.
 TEST_F(ProcessingTest, ByteOrderLetsTenToNineThroughBothVersionGatesAsARepair) {
     registry("\"Version\"=\"10.0.0\"\n\"BuildNumber\"=\"1\"\n");
-    options_.disableDowngrades = true;
+    allowDowngrades_ = false;
     test::writeFile(installDir() / "VELK.dll", "wrong size!");
     const std::vector<json> files = {publish("VELK.dll", "lib"), publish("VELK_Launcher.exe", "launcher")};
     EXPECT_TRUE(client().processManifest(manifest("9.0.0", "1", files)));
@@ -115,7 +115,7 @@ TEST_F(ProcessingTest, ByteOrderLetsTenToNineThroughBothVersionGatesAsARepair) {
 // before any file is looked at.
 TEST_F(ProcessingTest, TextualDowngradeIsRefusedBeforeTheRepairPass) {
     registry("\"Version\"=\"2.1.0\"\n\"BuildNumber\"=\"1\"\n");
-    options_.disableDowngrades = true;
+    allowDowngrades_ = false;
     test::writeFile(installDir() / "VELK.dll", "wrong size!");
     EXPECT_FALSE(client().processManifest(manifest("2.0.9", "1", {publish("VELK.dll", "lib")})));
     EXPECT_TRUE(log_.contains("[WARNING] Downgrade detected: 2.0.9 < 2.1.0"));

@@ -38,36 +38,6 @@ TEST_F(LoggingSettingsTest, SwitchesFallBackToDefaultsUnlessTypedRight) {
     EXPECT_EQ(readLoggingString("Empty", "fallback"), "fallback");
 }
 
-TEST_F(LoggingSettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
-    UpdaterConfig options;
-    LoggerConfig config = makeLoggerConfig(options, "/opt/VELK");
-    EXPECT_EQ(config.sinks, 15u);
-    EXPECT_EQ(config.minLevel, LogLevel::Info);
-    EXPECT_EQ(config.logFilePath, "/opt/VELK/logs/updater.log");
-    EXPECT_TRUE(config.useColors);
-    EXPECT_TRUE(config.asyncMode);
-    EXPECT_EQ(config.maxFileSize, LoggerConfig().maxFileSize);
-
-    options.quiet = true;
-    options.background = true;
-    options.logLevel = "Warning";  // case matters: unknown names keep INFO
-    config = makeLoggerConfig(options, "/opt/VELK");
-    EXPECT_EQ(config.sinks, 6u);
-    EXPECT_FALSE(config.useColors);
-    EXPECT_EQ(config.minLevel, LogLevel::Info);
-
-    logging("\"LogLevel\"=\"error\"\n");
-    options.logLevel = "critical";
-    EXPECT_EQ(makeLoggerConfig(options, "/x").minLevel, LogLevel::Critical);
-    options.logLevel = "";
-    EXPECT_EQ(makeLoggerConfig(options, "/x").minLevel, LogLevel::Error);
-
-    logging("\"EnableUpdaterLogs\"=dword:00000000\n");
-    config = makeLoggerConfig(options, "/opt/VELK");
-    EXPECT_EQ(config.sinks, 0u);
-    EXPECT_TRUE(config.logFilePath.empty());
-}
-
 // A log directory with files of given ages, and a logger that records what the clean-up
 // says into a file elsewhere.
 class LogCleanupTest : public LoggingSettingsTest {

@@ -8,7 +8,6 @@
 #include <nlohmann/json.hpp>
 
 #include "crypto/crypto_utils.hpp"
-#include "http/http_client.hpp"
 #include "support/log_capture.hpp"
 
 namespace velk::updater {
@@ -51,7 +50,7 @@ protected:
     void SetUp() override { ASSERT_TRUE(CryptoUtils::initialize()); }
     void TearDown() override { CryptoUtils::cleanup(); }
 
-    ManifestVerifier make(ManifestVerifierConfig config) { return ManifestVerifier(config, http_, log_.logger()); }
+    ManifestVerifier make(ManifestVerifierConfig config) { return ManifestVerifier(config, log_.logger()); }
     static ManifestVerifierConfig installed(const std::string& version, const std::string& build, bool allowDowngrades) {
         ManifestVerifierConfig config;
         config.currentVersion = version;
@@ -60,7 +59,6 @@ protected:
         return config;
     }
 
-    HttpClient http_{HttpConfig{}};
     test::LogCapture log_;
 };
 
@@ -146,7 +144,7 @@ TEST_F(VerifierTest, SignatureSettingsProblemsAreRejections) {
 }
 
 TEST_F(VerifierTest, AcceptedManifestLogsInOrder) {
-    ManifestVerifier verifier = make(makeVerifierConfig(UpdaterConfig{}, "2.0.0", "1200"));
+    ManifestVerifier verifier = make(installed("2.0.0", "1200", true));
     const VerificationResult result = verifier.parseAndVerify(document("2.1.0").dump());
     ASSERT_TRUE(result.valid);
     EXPECT_TRUE(result.structureValid && result.signatureValid);
@@ -180,21 +178,6 @@ TEST_F(VerifierTest, StructureAndMinimumVersionRejections) {
     EXPECT_TRUE(log_.contains("[ERROR] Current version 1.0.0 below minimum required 1.2.0"));
     EXPECT_FALSE(verifier.getCurrentManifest());
     EXPECT_FALSE(verifier.analyzeVersionComparison());
-}
-
-TEST(VerifierConfig, DowngradesAreRefusedOnlyWhenDisabledAndNotForced) {
-    UpdaterConfig options;
-    options.channel = "test";
-    EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowDowngrades);
-    options.disableDowngrades = true;
-    const ManifestVerifierConfig refused = makeVerifierConfig(options, "1", "2");
-    EXPECT_FALSE(refused.allowDowngrades);
-    EXPECT_EQ(refused.manifestUrl, manifestUrlForChannel("test"));
-    EXPECT_EQ(refused.channel, "test");
-    EXPECT_FALSE(refused.requireSignature);
-    EXPECT_TRUE(refused.publicKey.empty());
-    options.force = true;
-    EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowDowngrades);
 }
 
 // The verifier's byte order, the analysis's numeric order and their disagreement.

@@ -2,9 +2,10 @@
 // against what the system's own tools (reg, sc) see.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "install/installation.hpp"
 #include "install/version_record.hpp"
-#include "platform/commands.hpp"
 #include "platform/registry.hpp"
 #include "platform/services.hpp"
 #include "windows/windows_support.hpp"
@@ -77,22 +78,22 @@ TEST_F(ProductRecordTest, WrittenVersionIsWhatRegQueryShows) {
     EXPECT_NE(captureCommand("reg query \"HKLM\\SOFTWARE\\Quenmark\\VELK\"").exitCode, 0);
 }
 
-TEST(ServiceManagerTest, ServiceCreatedThroughScIsFoundByOpenService) {
+TEST(ServiceManagerTest, ServiceCreatedBySeamIsFoundByOpenService) {
     const std::string name = "VELKTestSvc";
-    platform::runCommand("sc delete " + name + " >NUL 2>&1");
+    std::system(("sc delete " + name + " >NUL 2>&1").c_str());
     const auto before = platform::queryServicePresence(name);
     EXPECT_TRUE(before.managerOpened);
     EXPECT_FALSE(before.serviceOpened);
     EXPECT_FALSE(isServiceInstalled(name));
 
-    ASSERT_EQ(platform::runCommand("sc create " + name + " binPath= \"C:\\VELK\\VELK_Service.exe\" start= demand >NUL"), 0);
+    ASSERT_EQ(platform::createService(name, "VELK Test Service", "C:\\VELK\\VELK_Service.exe"), 0);
     EXPECT_TRUE(platform::queryServicePresence(name).serviceOpened);
     EXPECT_TRUE(isServiceInstalled(name));
     // A second creation fails; Windows' sc gives ERROR_SERVICE_EXISTS as the exit code, Wine's 1.
-    const int again = platform::runCommand("sc create " + name + " binPath= \"C:\\x.exe\" >NUL");
+    const int again = platform::createService(name, "VELK Test Service", "C:\\x.exe");
     EXPECT_EQ(again, test::runningUnderWine() ? 1 : 1073);
 
-    EXPECT_EQ(platform::runCommand("sc delete " + name + " >NUL"), 0);
+    EXPECT_EQ(std::system(("sc delete " + name + " >NUL").c_str()), 0);
     EXPECT_FALSE(platform::queryServicePresence(name).serviceOpened);
 }
 

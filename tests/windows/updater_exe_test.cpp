@@ -2,8 +2,9 @@
 // its reading of the product record, seen through the service manager and its output.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "install/version_record.hpp"
-#include "platform/commands.hpp"
 #include "platform/services.hpp"
 #include "support/test_support.hpp"
 #include "windows/windows_support.hpp"
@@ -14,7 +15,7 @@ namespace {
 class UpdaterExeTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        platform::runCommand("sc delete VELKSvc >NUL 2>&1");
+        std::system("sc delete VELKSvc >NUL 2>&1");
         RegDeleteTreeA(HKEY_LOCAL_MACHINE, kProductRegistryKey);
         ASSERT_TRUE(test::createKey(kProductRegistryKey));
         setString("InstallPath", install_.str());
@@ -22,7 +23,7 @@ protected:
         setString("BuildNumber", "45");
     }
     void TearDown() override {
-        platform::runCommand("sc delete VELKSvc >NUL 2>&1");
+        std::system("sc delete VELKSvc >NUL 2>&1");
         RegDeleteTreeA(HKEY_LOCAL_MACHINE, kProductRegistryKey);
     }
     static void setString(const std::string& name, const std::string& text) {

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <cstdlib>
+
 namespace velk::updater::platform {
 namespace {
 
@@ -21,6 +23,9 @@ private:
     SC_HANDLE handle_;
 };
 
+// The Windows tools report through their exit codes, which is what callers expect.
+int run(const std::string& commandLine) { return std::system(commandLine.c_str()); }
+
 }  // namespace
 
 ServicePresence queryServicePresence(const std::string& name) {
@@ -31,6 +36,21 @@ ServicePresence queryServicePresence(const std::string& name) {
     ScHandle service(OpenServiceA(manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
     presence.serviceOpened = static_cast<bool>(service);
     return presence;
+}
+
+int createService(const std::string& name, const std::string& displayName, const std::string& binaryPath) {
+    return run("sc create \"" + name + "\" binPath= \"" + binaryPath + "\" DisplayName= \"" + displayName +
+               "\" start= demand");
+}
+
+int setServiceDescription(const std::string& name, const std::string& description) {
+    return run("sc description \"" + name + "\" \"" + description + "\"");
+}
+
+int addDriverPackage(const std::string& infPath) { return run(addDriverPackageCommand(infPath)); }
+
+int findDriverPackage(const std::string& text) {
+    return run("pnputil.exe /enum-drivers | findstr /i \"" + text + "\"");
 }
 
 }  // namespace velk::updater::platform

@@ -1,0 +1,91 @@
+#include "app/settings.hpp"
+
+#include <map>
+
+#include "install/installation.hpp"
+#include "install/logging_settings.hpp"
+#include "platform/process.hpp"
+
+namespace velk::updater {
+namespace {
+
+LogLevel levelFromName(const std::string& name, LogLevel fallback) {
+    static const std::map<std::string, LogLevel> levels = {
+        {"trace", LogLevel::Trace},     {"debug", LogLevel::Debug}, {"info", LogLevel::Info},
+        {"warning", LogLevel::Warning}, {"error", LogLevel::Error}, {"critical", LogLevel::Critical},
+    };
+    const auto found = levels.find(name);
+    return found == levels.end() ? fallback : found->second;
+}
+
+}  // namespace
+
+FileUpdaterConfig makeFileUpdaterConfig(const UpdaterConfig& options) {
+    FileUpdaterConfig config;
+    config.installDirectory = options.installDir.empty() ? getDefaultInstallDirectory() : options.installDir;
+    config.backupDirectory = config.installDirectory + "/backup";
+    config.tempDirectory = getTempDirectory();
+    config.createBackups = true;
+    config.verifyAfterUpdate = true;
+    config.useStaging = true;
+    config.deleteTempAfterInstall = true;
+    config.maxRetries = 3;
+    config.timeoutSeconds = 20;
+    config.retryDelaySeconds = 3;
+    config.baseUrls = {VELK_CDN_BASE_URL, VELK_MIRROR_BASE_URL, VELK_ORIGIN_BASE_URL};
+    config.tryArchiveFirst = true;
+    return config;
+}
+
+LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& installDirectory) {
+    LoggerConfig config;
+    if (!isUpdaterLoggingEnabled()) {
+        config.sinks = 0;
+        return config;
+    }
+    const std::string levelName =
+        options.logLevel.empty() ? readLoggingString("LogLevel", "info") : options.logLevel;
+    config.minLevel = levelFromName(levelName, config.minLevel);
+    config.sinks = options.quiet ? SinkFile | SinkEventLog : SinkConsole | SinkFile | SinkEventLog | SinkDebugger;
+    config.logFilePath = platform::joinPath(platform::joinPath(installDirectory, "logs"), "updater.log");
+    config.useColors = !options.background;
+    config.asyncMode = true;
+    return config;
+}
+
+ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
+                                          const std::string& installedBuildNumber) {
+    ManifestVerifierConfig config;
+    config.publicKey.clear();
+    config.currentVersion = installedVersion;
+    config.currentBuildNumber = installedBuildNumber;
+    config.channel = options.channel;
+    config.requireSignature = false;
+    config.allowDowngrades = !(options.disableDowngrades && !options.force);
+    return config;
+}
+
+HttpConfig makeHttpConfig() {
+    HttpConfig config;
+    config.userAgent = "VELK-Updater/1.0.0";
+    config.connectTimeoutSeconds = 30;
+    config.requestTimeoutSeconds = 60;
+    config.maxRetries = 3;
+    config.verboseOutput = true;
+    return config;
+}
+
+SelfUpdaterConfig makeSelfUpdaterConfig(const FileUpdaterConfig& files) {
+    SelfUpdaterConfig config;
+    config.installDirectory = files.installDirectory;
+    config.tempDirectory = files.tempDirectory;
+    config.currentExecutable = platform::executablePath();
+    if (config.currentExecutable.empty()) {
+        config.currentExecutable = platform::joinPath(files.installDirectory, "VELK_Updater.exe");
+    }
+    config.restartAfterUpdate = false;
+    config.replacementDelaySeconds = 3;
+    return config;
+}
+
+}  // namespace velk::updater

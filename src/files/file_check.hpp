@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "logging/logger.hpp"
+#include "manifest/manifest.hpp"
+
+// The one check of a file on disk against its manifest entry, used for installed copies
+// and downloads alike. It reads the disk and decides; callers log around it.
+namespace velk::updater {
+
+// How a computed digest is compared with the entry's text.
+enum class DigestCase { Exact, IgnoreCase };
+
+enum class FileState { Current, Missing, SizeMismatch, HashFailed, HashMismatch };
+
+struct FileCheck {
+    FileState state = FileState::Missing;
+    std::uintmax_t actualSize = 0;
+    std::string actualSha256;  // lower-case hexadecimal, once computed
+    std::string error;         // the hashing error of HashFailed
+
+    bool current() const { return state == FileState::Current; }
+};
+
+// Size first (when `compareSize`), then SHA-256. Throws the filesystem error when the
+// file's size cannot be read; safe to call from several threads at once.
+FileCheck checkFile(const std::filesystem::path& path, const ManifestFile& expected, DigestCase digestCase,
+                    bool compareSize = true);
+
+// Digests as hexadecimal text, equal but for ASCII letter case.
+bool sameDigestIgnoringCase(const std::string& a, const std::string& b);
+
+// Deletes a wrong installed copy so that its replacement is downloaded cleanly, logging
+// "Successfully deleted <kind> file: ..." and, when asked, a warning if nothing was
+// removed; a failing removal is logged, never thrown.
+void deleteWrongCopy(Logger& logger, const std::filesystem::path& path, const std::string& name,
+                     const std::string& kind, bool warnWhenNothingRemoved);
+
+// Reports what the check of an installed copy found wrong (a size mismatch, a failed hash
+// or, with the caller's `hashMismatchLine`, a digest mismatch) and deletes the copy.
+void discardWrongCopy(Logger& logger, const std::filesystem::path& path, const ManifestFile& file,
+                      const FileCheck& check, const std::string& hashMismatchLine);
+
+}  // namespace velk::updater

@@ -1,0 +1,91 @@
+#include <filesystem>
+
+#include "files/file_updater.hpp"
+#include "files/file_updater_impl.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+}  // namespace
+
+FileUpdateResult FileUpdater::updateFile(const ManifestFile& file) {
+    Logger& logger = impl_->logger;
+    logger.debug("Updating file: " + file.name);
+    FileUpdateResult download = downloadFile(file);
+    if (!download.success) return download;
+    if (impl_->config.verifyAfterUpdate) {
+        if (!verifyFileIntegrity(download.filePath, file.sha256)) {
+            // Never install what failed verification; a failing removal reaches the caller.
+            fs::remove(download.filePath);
+            return FileUpdateResult(false, "File integrity check failed", file.target_path);
+        }
+        logger.debug("File integrity verified: " + file.name);
+    }
+    const std::string downloaded = download.filePath;
+    return installFile(file, downloaded, std::move(download));
+}
+
+std::vector<FileUpdateResult> FileUpdater::updateFiles(const Manifest& manifest, ProgressCallback callback) {
+    Impl& impl = *impl_;
+    std::vector<FileUpdateResult> results;
+    std::vector<ManifestFile> downloads;
+    for (const auto& file : manifest.files) {
+        if (checkFileCurrent(file)) {
+            impl.logger.info("File " + file.name + " is already up to date - skipping download");
+            results.emplace_back(true, "Skipped - already current", file.target_path);
+        } else {
+            impl.logger.info("File " + file.name + " needs updating");
+            downloads.push_back(file);
+        }
+    }
+
+    UpdateProgress& progress = impl.progress;
+    progress.totalFiles = downloads.size();
+    progress.completedFiles = 0;
+    progress.totalBytes = 0;
+    for (const auto& file : downloads) progress.totalBytes += file.size;
+    progress.downloadedBytes = 0;
+    progress.startTime = std::chrono::system_clock::now();
+    progress.currentOperation = "Preparing update";
+    impl.logger.info("Starting file update process for " + std::to_string(downloads.size()) + " files (" +
+                     std::to_string(manifest.files.size() - downloads.size()) + " skipped)");
+
+    if (!hasEnoughDiskSpace(progress.totalBytes)) {
+        results.emplace_back(false, "Insufficient disk space", "");
+        return results;
+    }
+
+    for (const auto& file : downloads) {
+        if (impl.cancelRequested.load()) {
+            impl.logger.info("Update cancelled by user");
+            break;
+        }
+        progress.currentFile = file.name;
+        progress.currentOperation = "Downloading " + file.name;
+        if (callback) callback(progress);
+
+        FileUpdateResult result = updateFile(file);
+        if (result.success) {
+            ++impl.successfulCount;
+            progress.downloadedBytes += result.bytesDownloaded;
+            impl.totalBytesDownloaded += result.bytesDownloaded;
+        } else {
+            ++impl.failedCount;
+            impl.logger.error("Failed to update file " + file.name + ": " + result.errorMessage);
+        }
+        results.push_back(std::move(result));
+        ++progress.completedFiles;
+        progress.percentComplete = static_cast<std::int32_t>(progress.completedFiles * 100 / progress.totalFiles);
+        ++impl.filesProcessed;
+    }
+
+    progress.currentOperation = "Update completed";
+    if (callback) callback(progress);
+    impl.logger.info("File update completed: " + std::to_string(impl.successfulCount) + " successful, " +
+                     std::to_string(impl.failedCount) + " failed");
+    return results;
+}
+
+}  // namespace velk::updater

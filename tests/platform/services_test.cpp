@@ -1,0 +1,63 @@
+#include "platform/services.hpp"
+
+#include <gtest/gtest.h>
+
+#include "platform/posix/registry_file.hpp"
+#include "platform/registry.hpp"
+#include "support/test_support.hpp"
+
+namespace velk::updater::platform {
+namespace {
+
+std::string withNul(const std::string& text) { return text + '\0'; }
+
+class ServicesTest : public test::SystemRootTest {
+protected:
+    static const RegistryValue* serviceValue(const std::string& service, const std::string& name) {
+        static std::optional<RegistryFile> registry;
+        registry = RegistryFile::load();
+        const auto* key = registry->findKey(machineKeyPath("SYSTEM\\CurrentControlSet\\Services\\" + service));
+        return key == nullptr ? nullptr : key->findValue(name);
+    }
+};
+
+TEST_F(ServicesTest, ServiceIsCreatedOnceAndDescribed) {
+    EXPECT_EQ(setServiceDescription("VELKSvc", "text"), kServiceDoesNotExist);
+    EXPECT_EQ(createService("VELKSvc", "VELK Anti-Cheat Service", "C:\\Apps\\VELK\\VELK_Service.exe"), 0);
+    EXPECT_TRUE(queryServicePresence("VELKSvc").serviceOpened);
+    EXPECT_EQ(serviceValue("VELKSvc", "ImagePath")->data, withNul("C:\\Apps\\VELK\\VELK_Service.exe"));
+    EXPECT_EQ(serviceValue("VELKSvc", "DisplayName")->data, withNul("VELK Anti-Cheat Service"));
+    EXPECT_EQ(serviceValue("VELKSvc", "Start")->data, std::string("\x03\0\0\0", 4));
+    EXPECT_EQ(createService("VELKSvc", "Other", "C:\\x.exe"), kServiceExists);
+    EXPECT_EQ(serviceValue("VELKSvc", "ImagePath")->data, withNul("C:\\Apps\\VELK\\VELK_Service.exe"));
+
+    EXPECT_EQ(setServiceDescription("VELKSvc", "Plexwynd Anti-Cheat monitoring service"), 0);
+    EXPECT_EQ(serviceValue("VELKSvc", "Description")->data, withNul("Plexwynd Anti-Cheat monitoring service"));
+}
+
+TEST_F(ServicesTest, DriverPackageIsAddedOnceAndFound) {
+    const std::string inf = (root() / "install" / "VELK_Sys.inf").string();
+
+    EXPECT_EQ(findDriverPackage("VELK"), 1);
+    EXPECT_EQ(addDriverPackage(inf), kFileNotFound);
+    EXPECT_FALSE(queryServicePresence("VELK_Sys").serviceOpened);
+
+    test::writeFile(inf, "[Version]\n");
+    EXPECT_EQ(addDriverPackage(inf), 0);
+    EXPECT_TRUE(queryServicePresence("VELK_Sys").serviceOpened);
+    EXPECT_EQ(serviceValue("VELK_Sys", "Type")->data, std::string("\x01\0\0\0", 4));
+    EXPECT_EQ(findDriverPackage("velk"), 0);
+    EXPECT_EQ(addDriverPackage(inf), kDriverPackageExists);
+    EXPECT_EQ(findDriverPackage("other"), 1);
+}
+
+TEST_F(ServicesTest, UnreadableRegistryFailsServiceCreationWithoutTouchingIt) {
+    const std::string corrupt = "not a registry";
+    test::writeFile(root() / "registry.reg", corrupt);
+    EXPECT_FALSE(queryServicePresence("VELKSvc").managerOpened);
+    EXPECT_NE(createService("VELKSvc", "VELK", "x"), 0);
+    EXPECT_EQ(test::readFile(root() / "registry.reg"), corrupt);
+}
+
+}  // namespace
+}  // namespace velk::updater::platform
