@@ -15,7 +15,7 @@ else()
     find_package(LibArchive REQUIRED)
 endif()
 
-if(NOT WIN32 AND (VELK_BUILD_TESTS OR VELK_BUILD_BENCH))
+if(NOT WIN32 AND (VELK_BUILD_TESTS OR VELK_BUILD_BENCH OR VELK_BUILD_TOOLS))
     # Debian builds cpp-httplib as a shared library with TLS and compression on; its
     # compile definitions must match the library or it crashes at run time.
     pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)

@@ -126,5 +126,7 @@ install_nlohmann_json
 export PKG_CONFIG_LIBDIR="$prefix/lib/pkgconfig"
 export PKG_CONFIG_SYSROOT_DIR=/
 cmake -S . -B "$build_dir" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$source_dir/cmake/mingw-w64.cmake" \
-    -DVELK_WINDOWS_DEPS="$prefix" -DVELK_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    -DVELK_WINDOWS_DEPS="$prefix" -DVELK_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELK_WERROR=ON
 cmake --build "$build_dir" --parallel "$jobs"
+# The vendor's package: a zip holding VELK_Updater.exe.
+(cd "$build_dir" && cpack -G ZIP)

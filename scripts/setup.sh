@@ -21,5 +21,6 @@ install_packages "${packages[@]}"
 
 build_dir="${BUILD_DIR:-build}"
 # shellcheck disable=SC2086
-cmake -S . -B "$build_dir" -G Ninja ${CMAKE_ARGS:-}
+# Warnings are errors in our own builds; CMAKE_ARGS may say otherwise.
+cmake -S . -B "$build_dir" -G Ninja -DVELK_WERROR=ON ${CMAKE_ARGS:-}
 cmake --build "$build_dir" --parallel "$(nproc)"

@@ -106,6 +106,14 @@ void reportInstallationState(Logger& logger, const std::string& installDirectory
     std::cout << line + "\n";
 }
 
+// The installed record's text, or the default (with a note) when the registry has none.
+std::string recordedOrDefault(Logger& logger, const std::string& recorded, const std::string& fallback,
+                              const std::string& what) {
+    if (!recorded.empty()) return recorded;
+    logger.info("No installed VELK " + what + " found, using default: " + fallback);
+    return fallback;
+}
+
 // The fallback registration of the product's service when it is missing.
 void installServiceFallback(UpdateClient& client, Logger& logger, bool quiet) {
     if (client.serviceExists(product::kServiceName)) {
@@ -208,16 +216,8 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
 
     if (!config.installServices) reportInstallationState(logger, installDirectory);
 
-    std::string version = getInstalledVersion();
-    std::string build = getInstalledBuildNumber();
-    if (version.empty()) {
-        version = "0.0.0";
-        logger.info("No installed VELK version found, using default: " + version);
-    }
-    if (build.empty()) {
-        build = "0";
-        logger.info("No installed VELK build number found, using default: " + build);
-    }
+    const std::string version = recordedOrDefault(logger, getInstalledVersion(), "0.0.0", "version");
+    const std::string build = recordedOrDefault(logger, getInstalledBuildNumber(), "0", "build number");
     logger.info("Version comparison will use: " + version + " build " + build);
 
     if (!CryptoUtils::initialize()) {
