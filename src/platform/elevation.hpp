@@ -12,12 +12,12 @@ struct ElevationResult {
     std::string message;
     std::uint32_t errorCode = 0;    // system error of a failed request
     std::uint32_t exitCode = 0;     // exit code of the elevated copy, once waited for
-    std::intptr_t processHandle = 0;  // the elevated copy while it runs; 0 after the wait
 };
 
 bool isProcessElevated();
 
-// Starts `executablePath` elevated with the argument text; waits for it when asked.
+// Starts `executablePath` elevated with the argument text; waits for it when asked. A copy
+// not waited for runs on by itself: nothing of it is handed back.
 ElevationResult requestElevation(const std::string& executablePath, const std::string& arguments,
                                  bool waitForExit);
 

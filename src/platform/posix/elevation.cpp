@@ -20,7 +20,7 @@ namespace {
 constexpr std::uint32_t kErrorCancelled = 1223;
 
 // Runs sudo with the given arguments; the exit status, or -errno when it could not start.
-int runSudo(std::vector<std::string> args, bool wait, pid_t* started) {
+int runSudo(std::vector<std::string> args, bool wait) {
     args.insert(args.begin(), "sudo");
     std::vector<char*> argv;
     for (auto& arg : args) argv.push_back(arg.data());
@@ -28,13 +28,11 @@ int runSudo(std::vector<std::string> args, bool wait, pid_t* started) {
     pid_t pid = -1;
     const int rc = ::posix_spawnp(&pid, "sudo", nullptr, nullptr, argv.data(), environ);
     if (rc != 0) return -rc;
-    if (started != nullptr) *started = pid;
     if (!wait) return 0;
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0) {
         if (errno != EINTR) return 0;
     }
-    if (started != nullptr) *started = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -59,7 +57,7 @@ std::vector<std::string> splitArguments(const std::string& text) {
 ElevationResult launch(const std::string& executablePath, const std::vector<std::string>& arguments,
                        bool waitForExit) {
     ElevationResult result;
-    const int validated = runSudo({"-v"}, true, nullptr);
+    const int validated = runSudo({"-v"}, true);
     if (validated != 0) {
         result.errorCode = validated < 0 ? static_cast<std::uint32_t>(-validated) : kErrorCancelled;
         result.message = validated < 0 ? "Failed to request elevation: " + formatSystemError(result.errorCode)
@@ -68,8 +66,7 @@ ElevationResult launch(const std::string& executablePath, const std::vector<std:
     }
     std::vector<std::string> command{"-n", "--", executablePath};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    pid_t pid = 0;
-    const int status = runSudo(command, waitForExit, &pid);
+    const int status = runSudo(command, waitForExit);
     if (status < 0) {
         result.errorCode = static_cast<std::uint32_t>(-status);
         result.message = "Failed to request elevation: " + formatSystemError(result.errorCode);
@@ -78,7 +75,6 @@ ElevationResult launch(const std::string& executablePath, const std::vector<std:
     result.success = true;
     result.message = "Elevation request successful";
     result.exitCode = waitForExit ? static_cast<std::uint32_t>(status) : 0;
-    result.processHandle = pid;
     return result;
 }
 

@@ -5,6 +5,8 @@
 
 #include <shellapi.h>
 
+#include "platform/win32/handles.hpp"
+
 namespace velk::updater::platform {
 namespace {
 
@@ -13,14 +15,11 @@ constexpr DWORD kErrorCancelled = 1223;
 }  // namespace
 
 bool isProcessElevated() {
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) {
-        return false;
-    }
+    win32::UniqueHandle token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put())) return false;
     TOKEN_ELEVATION elevation{};
     DWORD size = sizeof(elevation);
-    const BOOL queried = GetTokenInformation(token, TokenElevation, &elevation, sizeof(elevation), &size);
-    CloseHandle(token);
+    const BOOL queried = GetTokenInformation(token.get(), TokenElevation, &elevation, sizeof(elevation), &size);
     return queried && elevation.TokenIsElevated == 1;
 }
 
@@ -57,16 +56,15 @@ ElevationResult startElevated(const std::string& executablePath, const std::stri
                              : "Failed to request elevation: " + formatSystemError(result.errorCode);
         return result;
     }
+    // Closed on every path: a copy not waited for runs on by itself.
+    const win32::UniqueHandle process(info.hProcess);
     result.success = true;
-    result.processHandle = reinterpret_cast<std::intptr_t>(info.hProcess);
     result.message = "Elevation request successful";
-    if (waitForExit && info.hProcess != nullptr) {
-        if (WaitForSingleObject(info.hProcess, INFINITE) == WAIT_OBJECT_0) {
+    if (waitForExit && process) {
+        if (WaitForSingleObject(process.get(), INFINITE) == WAIT_OBJECT_0) {
             DWORD exitCode = 0;
-            if (GetExitCodeProcess(info.hProcess, &exitCode)) result.exitCode = exitCode;
+            if (GetExitCodeProcess(process.get(), &exitCode)) result.exitCode = exitCode;
         }
-        CloseHandle(info.hProcess);
-        result.processHandle = 0;
     }
     return result;
 }
@@ -82,16 +80,15 @@ ElevationResult relaunchElevated(int argc, char* argv[]) {
 }
 
 std::string formatSystemError(std::uint32_t code) {
-    LPSTR buffer = nullptr;
+    win32::LocalMemory<char> buffer;
     const DWORD length = FormatMessageA(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-        nullptr, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<LPSTR>(&buffer), 0,
+        nullptr, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<LPSTR>(buffer.put()), 0,
         nullptr);
     if (length == 0) {
         return "Unknown error (code: " + std::to_string(code) + ")";
     }
-    std::string text(buffer, length);
-    LocalFree(buffer);
+    std::string text(buffer.get(), length);
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
     return text;
 }

@@ -3,16 +3,16 @@
 #include <windows.h>
 
 #include "platform/elevation.hpp"
+#include "platform/win32/handles.hpp"
 
 namespace velk::updater::platform {
 
 bool flushFile(const std::string& path) {
-    HANDLE file = CreateFileW(utf8ToWide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return false;
-    const BOOL flushed = FlushFileBuffers(file);
-    CloseHandle(file);
-    return flushed != FALSE;
+    const win32::UniqueHandle file(CreateFileW(utf8ToWide(path).c_str(), GENERIC_WRITE,
+                                               FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                               FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return false;
+    return FlushFileBuffers(file.get()) != FALSE;
 }
 
 bool replaceFile(const std::string& source, const std::string& target, std::string& error) {

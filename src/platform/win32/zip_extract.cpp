@@ -3,8 +3,14 @@
 #include <windows.h>
 #include <shldisp.h>
 
+#include "platform/win32/handles.hpp"
+
 namespace velk::updater::platform {
 namespace {
+
+using win32::ComApartment;
+using win32::ComPtr;
+using win32::Variant;
 
 // {13709620-C279-11CE-A49E-444553540000}: Shell.Application
 const CLSID kShellApplication = {0x13709620, 0xC279, 0x11CE, {0xA4, 0x9E, 0x44, 0x45, 0x53, 0x54, 0x00, 0x00}};
@@ -13,60 +19,46 @@ const IID kShellDispatch = {0xD8F015C0, 0xC278, 0x11CE, {0xA4, 0x9E, 0x44, 0x45,
 
 constexpr long kCopyOptions = 528;  // FOF_NOCONFIRMMKDIR | FOF_NOCONFIRMATION
 
-// A BSTR variant from narrow text in the ANSI code page.
-VARIANT bstrVariant(const std::string& text) {
-    VARIANT value;
-    VariantInit(&value);
+// Makes `value` a BSTR of narrow text in the ANSI code page.
+void setBstr(Variant& value, const std::string& text) {
     const int length = MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
     BSTR bstr = SysAllocStringLen(nullptr, static_cast<UINT>(length));
     MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()), bstr, length);
-    value.vt = VT_BSTR;
-    value.bstrVal = bstr;
-    return value;
+    value.get().vt = VT_BSTR;
+    value.get().bstrVal = bstr;
 }
 
-bool copyItems(IShellDispatch* shell, VARIANT& destination, VARIANT& source) {
-    Folder* target = nullptr;
-    Folder* zip = nullptr;
-    bool done = false;
-    if (SUCCEEDED(shell->NameSpace(destination, &target)) && target != nullptr &&
-        SUCCEEDED(shell->NameSpace(source, &zip)) && zip != nullptr) {
-        FolderItems* items = nullptr;
-        if (SUCCEEDED(zip->Items(&items)) && items != nullptr) {
-            VARIANT what;
-            VariantInit(&what);
-            what.vt = VT_DISPATCH;
-            what.pdispVal = items;
-            VARIANT options;
-            VariantInit(&options);
-            options.vt = VT_I4;
-            options.lVal = kCopyOptions;
-            done = SUCCEEDED(target->CopyHere(what, options));
-            items->Release();
-        }
-    }
-    if (zip != nullptr) zip->Release();
-    if (target != nullptr) target->Release();
-    return done;
+bool copyItems(IShellDispatch* shell, Variant& destination, Variant& source) {
+    ComPtr<Folder> target;
+    ComPtr<Folder> zip;
+    if (FAILED(shell->NameSpace(destination.get(), target.put())) || !target) return false;
+    if (FAILED(shell->NameSpace(source.get(), zip.put())) || !zip) return false;
+    FolderItems* items = nullptr;
+    if (FAILED(zip.get()->Items(&items)) || items == nullptr) return false;
+    Variant what;  // owns the items from here on
+    what.get().vt = VT_DISPATCH;
+    what.get().pdispVal = items;
+    Variant options;
+    options.get().vt = VT_I4;
+    options.get().lVal = kCopyOptions;
+    return SUCCEEDED(target.get()->CopyHere(what.get(), options.get()));
 }
 
 }  // namespace
 
 bool extractZip(const std::string& zipPath, const std::string& destination) {
-    if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) return false;
-    bool done = false;
-    IShellDispatch* shell = nullptr;
-    if (SUCCEEDED(CoCreateInstance(kShellApplication, nullptr, CLSCTX_INPROC_SERVER, kShellDispatch,
-                                   reinterpret_cast<void**>(&shell)))) {
-        VARIANT destinationVariant = bstrVariant(destination);
-        VARIANT sourceVariant = bstrVariant(zipPath);
-        done = copyItems(shell, destinationVariant, sourceVariant);
-        shell->Release();
-        VariantClear(&destinationVariant);
-        VariantClear(&sourceVariant);
+    const ComApartment apartment;
+    if (!apartment) return false;
+    ComPtr<IShellDispatch> shell;
+    if (FAILED(CoCreateInstance(kShellApplication, nullptr, CLSCTX_INPROC_SERVER, kShellDispatch,
+                                reinterpret_cast<void**>(shell.put())))) {
+        return false;
     }
-    CoUninitialize();
-    return done;
+    Variant destinationVariant;
+    Variant sourceVariant;
+    setBstr(destinationVariant, destination);
+    setBstr(sourceVariant, zipPath);
+    return copyItems(shell.get(), destinationVariant, sourceVariant);
 }
 
 }  // namespace velk::updater::platform
