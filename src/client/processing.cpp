@@ -40,8 +40,10 @@ std::string statusOf(FileState state) {
 
 // Checks one ordinary entry against the disk; wrong copies are deleted. The digest is
 // compared exactly: an upper-case manifest digest counts as a mismatch here.
-FileStatus checkEntry(Logger& logger, const fs::path& path, const ManifestFile& file, IntegrityCounts& counts) {
+FileStatus checkEntry(Logger& logger, const FileUpdaterConfig& fileUpdaterConfig, const fs::path& path,
+                      const ManifestFile& file, IntegrityCounts& counts) {
     try {
+        requireInside(fileUpdaterConfig.installDirectory, path);
         const FileCheck check = checkFile(path, file, DigestCase::Exact);
         if (check.state == FileState::Missing) {
             logger.info("File missing: " + file.name);
@@ -99,7 +101,7 @@ bool UpdateClient::processManifest(const std::string& manifestJson) {
             continue;
         }
         const fs::path path = fs::path(fileUpdaterConfig.installDirectory) / file.target_path;
-        const FileStatus check = checkEntry(logger, path, file, counts);
+        const FileStatus check = checkEntry(logger, fileUpdaterConfig, path, file, counts);
         if (check.status.empty()) {
             logger.debug("File " + file.name + " is already current - skipping download");
             currentFiles.push_back(file);

@@ -1,9 +1,11 @@
 #include <filesystem>
 
+#include "files/file_check.hpp"
 #include "files/file_updater.hpp"
 #include "files/file_updater_impl.hpp"
 #include "files/url_candidates.hpp"
 #include "http/http_client.hpp"
+#include "platform/containment.hpp"
 #include "platform/zip_extract.hpp"
 
 namespace velk::updater {
@@ -37,7 +39,9 @@ void extractArchive(const ManifestFile& file, const std::string& tempPath, FileU
     try {
         const fs::path directory = fs::path(tempPath).parent_path() / (file.name + ".unzdir");
         std::error_code ignored;
+        fs::remove_all(directory, ignored);  // a leftover, or a link planted in its place
         fs::create_directories(directory, ignored);
+        requireInside(fs::path(tempPath).parent_path(), directory);
         const bool extracted = platform::extractZip(tempPath, directory.string());
         fs::remove(tempPath, ignored);
         if (!extracted) {
@@ -82,7 +86,18 @@ void checkSize(const ManifestFile& file, FileUpdateResult& result, Logger& logge
 }  // namespace
 
 HttpResponse FileUpdater::fetch(const std::string& url, const std::string& path) {
-    return impl_->httpClient.download(url, path, nullptr, {});
+    // Whatever is at the path goes first: a link planted there (the temporary folder is
+    // shared) must not carry the download elsewhere. Only the updater's folders take files.
+    std::error_code ignored;
+    fs::remove(path, ignored);
+    const Impl& impl = *impl_;
+    if (!platform::isInsideFolder(impl.config.tempDirectory, path) &&
+        !platform::isInsideFolder(impl.config.installDirectory, path)) {
+        HttpResponse refused;
+        refused.error = "Download path lies outside the updater's folders: " + path;
+        return refused;
+    }
+    return impl.httpClient.download(url, path, nullptr, {});
 }
 
 FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
@@ -111,7 +126,6 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     bool isArchive = false;
     while (succeededUrl.empty() && candidates.next(url, isArchive)) {
         std::error_code ignored;
-        if (fs::exists(tempPath, ignored)) fs::remove(tempPath, ignored);
         const HttpResponse response = fetch(url, tempPath);
         if (!isSuccessStatus(response.statusCode)) {
             impl.logger.warning("Download attempt failed: " + url + " => " + response.error + " (" +

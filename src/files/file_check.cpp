@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "crypto/crypto_utils.hpp"
+#include "platform/containment.hpp"
 
 namespace velk::updater {
 
@@ -28,6 +29,12 @@ FileCheck checkFile(const fs::path& path, const ManifestFile& expected, DigestCa
                                                       : sameDigestIgnoringCase(check.actualSha256, expected.sha256);
     check.state = same ? FileState::Current : FileState::HashMismatch;
     return check;
+}
+
+void requireInside(const fs::path& folder, const fs::path& path) {
+    if (platform::isInsideFolder(folder, path)) return;
+    throw fs::filesystem_error("path lies outside " + folder.string(), path,
+                               std::make_error_code(std::errc::permission_denied));
 }
 
 bool sameDigestIgnoringCase(const std::string& a, const std::string& b) {

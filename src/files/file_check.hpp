@@ -30,6 +30,11 @@ struct FileCheck {
 FileCheck checkFile(const std::filesystem::path& path, const ManifestFile& expected, DigestCase digestCase,
                     bool compareSize = true);
 
+// Throws a filesystem error unless `path`, with its links resolved, lies inside `folder`.
+// Every file the updater writes or deletes is checked with it first, so neither a manifest
+// nor a planted link can point a write or a deletion elsewhere.
+void requireInside(const std::filesystem::path& folder, const std::filesystem::path& path);
+
 // Digests as hexadecimal text, equal but for ASCII letter case.
 bool sameDigestIgnoringCase(const std::string& a, const std::string& b);
 

@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include "files/file_check.hpp"
 #include "files/file_updater.hpp"
 #include "files/file_updater_impl.hpp"
 #include "platform/file_replace.hpp"
@@ -33,17 +34,21 @@ FileUpdateResult FileUpdater::installFile(const ManifestFile& file, const std::s
     result.errorMessage.clear();
     try {
         const fs::path target = fs::path(impl.config.installDirectory) / file.target_path;
+        requireInside(impl.config.installDirectory, target);
         fs::create_directories(target.parent_path());
+        requireInside(impl.config.installDirectory, target);
 
         if (impl.config.createBackups && file.backup && fs::exists(target)) {
             const fs::path backup = getBackupPath(file);
             fs::create_directories(backup.parent_path());
+            requireInside(impl.config.backupDirectory, backup);
             fs::copy_file(target, backup, fs::copy_options::none);
             impl.logger.debug("Created backup: " + backup.string());
         }
 
         if (impl.config.useStaging) {
             const fs::path staging = target.string() + ".staging";
+            requireInside(impl.config.installDirectory, staging);
             if (fs::exists(staging)) {
                 impl.logger.debug("Removing leftover staging file: " + staging.string());
                 fs::remove(staging);

@@ -27,6 +27,7 @@ bool FileUpdater::checkFileCurrent(const ManifestFile& file) {
     Logger& logger = impl_->logger;
     try {
         const fs::path path = fs::path(impl_->config.installDirectory) / file.target_path;
+        requireInside(impl_->config.installDirectory, path);
         const FileCheck check = checkFile(path, file, DigestCase::IgnoreCase);
         if (check.state == FileState::Missing) {
             logger.debug("File does not exist: " + file.name);

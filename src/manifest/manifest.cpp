@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "manifest/path_rules.hpp"
+
 namespace velk::updater {
 namespace {
 
@@ -152,6 +154,11 @@ std::string validateManifest(const Manifest& manifest) {
         if (file.url.empty()) return "File URL is empty";
         if (file.sha256.empty()) return "File SHA256 is empty";
         if (file.size == 0) return "File size is zero";
+        // Checked before anything is touched: an entry must stay inside the product's folders.
+        for (const std::string& problem :
+             {fileNameProblem(file.name), targetPathProblem(file.target_path), urlPathProblem(file.url)}) {
+            if (!problem.empty()) return problem;
+        }
     }
     return {};
 }

@@ -8,6 +8,7 @@
 #include "client/update_client.hpp"
 #include "crypto/crypto_utils.hpp"
 #include "install/version_record.hpp"
+#include "manifest/path_rules.hpp"
 #include "platform/process.hpp"
 #include "support/http_test_server.hpp"
 #include "support/digest.hpp"

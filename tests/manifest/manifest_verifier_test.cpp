@@ -29,8 +29,8 @@ json document(const std::string& version, const std::string& build = "1234") {
                   {"build_number", build},
                   {"git_commit", "abc123"},
                   {"files",
-                   {{{"name", "VELK.dll"}, {"url", "files/VELK.dll"}, {"size", 42}, {"sha256", "d00d"}},
-                    {{"name", "VELK_Launcher.exe"}, {"url", "files/L.exe"}, {"size", 7}, {"sha256", "beef"}}}}}},
+                   {{{"name", "VELK.dll"}, {"url", "files/VELK.dll"}, {"size", 42}, {"sha256", "d00d"}, {"target_path", "VELK.dll"}},
+                    {{"name", "VELK_Launcher.exe"}, {"url", "files/L.exe"}, {"size", 7}, {"sha256", "beef"}, {"target_path", "VELK_Launcher.exe"}}}}}},
                 {"signature", {{"algorithm", "Ed25519"}, {"public_key", "a2V5"}, {"signature", "c2ln"}}}};
 }
 

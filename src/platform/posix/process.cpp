@@ -17,6 +17,8 @@ std::string executablePath() {
 
 char pathSeparator() { return '/'; }
 
+bool sameFileName(const std::string& a, const std::string& b) { return a == b; }
+
 std::string joinPath(const std::string& directory, const std::string& name) {
     return directory + pathSeparator() + name;
 }
