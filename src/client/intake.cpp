@@ -1,4 +1,5 @@
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -38,6 +39,11 @@ bool UpdateClient::checkForUpdatesFromFile(const std::string& manifestPath) {
         std::ifstream in(manifestPath);
         if (!in.is_open()) {
             logger.error("Failed to open manifest file: " + manifestPath);
+            return false;
+        }
+        // The same bound as a downloaded manifest: a huge file is refused, not read.
+        if (std::filesystem::file_size(manifestPath) > maxManifestBytes) {
+            logger.error("Failed to read manifest file: larger than " + std::to_string(maxManifestBytes) + " bytes");
             return false;
         }
         const std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

@@ -100,7 +100,7 @@ void UpdateClient::downloadSelfUpdateFile(const ManifestFile& file) {
     // finds a partial or unverified file under the name it swaps in.
     const std::string partialPath = tempPath + ".partial";
     try {
-        const HttpResponse response = fileUpdater.fetch(getUpdateFileUrl(file), partialPath);
+        const HttpResponse response = fileUpdater.fetch(getUpdateFileUrl(file), partialPath, file.size);
         if (!fs::exists(partialPath)) {
             logger.error("Failed to create temp file: " + tempPath);
             return;

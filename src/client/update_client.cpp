@@ -10,6 +10,7 @@ UpdateClient::UpdateClient(const HttpConfig& httpConfig, const FileUpdaterConfig
       fileUpdater(fileUpdaterConfig, httpClient, logger),
       logger(logger),
       fileUpdaterConfig(fileUpdaterConfig),
+      maxManifestBytes(httpConfig.maxBodyBytes),
       selfUpdater(std::make_unique<SelfUpdater>(selfUpdaterConfig, logger)) {
     selfUpdater->verifySelfUpdate();
     selfUpdater->cleanupOldBackups();

@@ -57,6 +57,7 @@ private:
     FileUpdater fileUpdater;
     Logger& logger;
     FileUpdaterConfig fileUpdaterConfig;
+    std::uint64_t maxManifestBytes;
     std::unique_ptr<SelfUpdater> selfUpdater;
 };
 

@@ -65,6 +65,12 @@ void extractArchive(const ManifestFile& file, const std::string& tempPath, FileU
     }
 }
 
+// An archive of a file is at most a little larger than the file: stored data, a few
+// headers, and deflate's few bytes per block for data that does not compress.
+std::uint64_t archiveSizeLimit(std::uint64_t fileSize) {
+    return fileSize == 0 ? 0 : fileSize + fileSize / 1000 + 64 * 1024;
+}
+
 void checkSize(const ManifestFile& file, FileUpdateResult& result, Logger& logger) {
     if (file.size == 0) return;
     std::uintmax_t actual = 0;
@@ -85,7 +91,7 @@ void checkSize(const ManifestFile& file, FileUpdateResult& result, Logger& logge
 
 }  // namespace
 
-HttpResponse FileUpdater::fetch(const std::string& url, const std::string& path) {
+HttpResponse FileUpdater::fetch(const std::string& url, const std::string& path, std::uint64_t maxBytes) {
     // Whatever is at the path goes first: a link planted there (the temporary folder is
     // shared) must not carry the download elsewhere. Only the updater's folders take files.
     std::error_code ignored;
@@ -97,7 +103,7 @@ HttpResponse FileUpdater::fetch(const std::string& url, const std::string& path)
         refused.error = "Download path lies outside the updater's folders: " + path;
         return refused;
     }
-    return impl.httpClient.download(url, path, nullptr, {});
+    return impl.httpClient.download(url, path, nullptr, {}, maxBytes);
 }
 
 FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
@@ -109,7 +115,7 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     FileUpdateResult result;
     result.filePath = tempPath;
     if (impl.config.baseUrls.empty()) {
-        const HttpResponse response = fetch(file.url, tempPath);
+        const HttpResponse response = fetch(file.url, tempPath, file.size);
         if (isSuccessStatus(response.statusCode) && fs::exists(tempPath)) {
             result.success = true;
             result.bytesDownloaded = response.bytesDownloaded;
@@ -125,8 +131,7 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     std::string succeededUrl;
     bool isArchive = false;
     while (succeededUrl.empty() && candidates.next(url, isArchive)) {
-        std::error_code ignored;
-        const HttpResponse response = fetch(url, tempPath);
+        const HttpResponse response = fetch(url, tempPath, isArchive ? archiveSizeLimit(file.size) : file.size);
         if (!isSuccessStatus(response.statusCode)) {
             impl.logger.warning("Download attempt failed: " + url + " => " + response.error + " (" +
                                 std::to_string(response.statusCode) + ")");
@@ -141,6 +146,8 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
         succeededUrl = url;
     }
     if (succeededUrl.empty()) {
+        std::error_code ignored;
+        fs::remove(tempPath, ignored);  // the last error page or cut-off body
         result.errorMessage = attemptsText(candidates.attemptedUrls());
         return result;
     }

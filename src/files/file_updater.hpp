@@ -94,8 +94,9 @@ public:
     bool hasEnoughDiskSpace(std::uint64_t requiredBytes);
 
     // Streams `url` into `path`, replacing it: the one transfer every downloaded file goes
-    // through. An error page lands in the file too; the status is the caller's to judge.
-    HttpResponse fetch(const std::string& url, const std::string& path);
+    // through. An error page lands in the file too; the status is the caller's to judge. A
+    // body longer than `maxBytes` (when above 0) fails the transfer as soon as it passes it.
+    HttpResponse fetch(const std::string& url, const std::string& path, std::uint64_t maxBytes);
     static bool isUrl(const std::string& text);
 
     std::uint64_t successfulCount() const;

@@ -20,16 +20,40 @@ HeaderList buildHeaders(const std::vector<std::string>& fixed, const HttpHeaders
     return HeaderList(list, curl_slist_free_all);
 }
 
-std::size_t appendToString(char* data, std::size_t size, std::size_t count, void* target) {
-    static_cast<std::string*>(target)->append(data, size * count);
-    return size * count;
-}
+// Where a body goes, and how much of it is accepted: a server that sends more than it may
+// (an endless body) is cut off at the limit instead of filling memory or the disk.
+struct BodyTarget {
+    std::string* text = nullptr;
+    std::ofstream* file = nullptr;
+    std::uint64_t limit = 0;  // 0: no limit
+    std::uint64_t received = 0;
+    bool exceeded = false;
+};
 
 // Returning less than the block makes libcurl abort with its write error.
-std::size_t writeToFile(char* data, std::size_t size, std::size_t count, void* target) {
-    auto* stream = static_cast<std::ofstream*>(target);
-    stream->write(data, static_cast<std::streamsize>(size * count));
-    return stream->fail() ? 0 : size * count;
+std::size_t writeBody(char* data, std::size_t size, std::size_t count, void* context) {
+    auto& target = *static_cast<BodyTarget*>(context);
+    const std::size_t bytes = size * count;
+    target.received += bytes;
+    if (target.limit > 0 && target.received > target.limit) {
+        target.exceeded = true;
+        return 0;
+    }
+    if (target.text != nullptr) {
+        target.text->append(data, bytes);
+        return bytes;
+    }
+    target.file->write(data, static_cast<std::streamsize>(bytes));
+    return target.file->fail() ? 0 : bytes;
+}
+
+// Lets libcurl refuse a body whose announced length is already too long.
+void limitBody(CURL* curl, std::uint64_t limit) {
+    if (limit > 0) curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(limit));
+}
+
+std::string tooLarge(std::uint64_t limit) {
+    return "Response larger than the expected " + std::to_string(limit) + " bytes";
 }
 
 int reportProgress(void* target, curl_off_t total, curl_off_t received, curl_off_t, curl_off_t) {
@@ -115,8 +139,10 @@ HttpResponse HttpClient::get(const std::string& url, const HttpHeaders& headers)
     const HeaderList list = buildHeaders({}, headers, impl_->config.defaultHeaders);
     if (list) curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list.get());
     std::string body;
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, appendToString);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
+    BodyTarget target{&body, nullptr, impl_->config.maxBodyBytes};
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, writeBody);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &target);
+    limitBody(curl, target.limit);
 
     const CURLcode result = curl_easy_perform(curl);
     long status = 0;
@@ -124,7 +150,10 @@ HttpResponse HttpClient::get(const std::string& url, const HttpHeaders& headers)
     response.statusCode = static_cast<std::int32_t>(status);
     response.elapsedMs = clock.elapsedMs();
     if (result != CURLE_OK) {
-        response.error = curl_easy_strerror(result);
+        const bool overLimit = target.exceeded || result == CURLE_FILESIZE_EXCEEDED;
+        response.error = overLimit ? tooLarge(target.limit) : curl_easy_strerror(result);
+        // A cut-off body is no transfer, whatever status its headers carried.
+        if (overLimit) response.statusCode = 0;
         return response;
     }
     response.bytesDownloaded = body.size();
@@ -133,7 +162,8 @@ HttpResponse HttpClient::get(const std::string& url, const HttpHeaders& headers)
 }
 
 HttpResponse HttpClient::download(const std::string& url, const std::string& outputPath,
-                                  const DownloadProgress& progress, const HttpHeaders& headers) {
+                                  const DownloadProgress& progress, const HttpHeaders& headers,
+                                  std::uint64_t maxBytes) {
     const Stopwatch clock;
     HttpResponse response;
     CURL* curl = impl_->handle.get();
@@ -154,8 +184,10 @@ HttpResponse HttpClient::download(const std::string& url, const std::string& out
     curl_easy_setopt(curl, CURLOPT_BUFFERSIZE, 512L * 1024L);
     const HeaderList list = buildHeaders({"Accept-Encoding: identity", "Cache-Control: no-cache"}, headers, {});
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list.get());
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, writeToFile);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &file);
+    BodyTarget target{nullptr, &file, maxBytes};
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, writeBody);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &target);
+    limitBody(curl, maxBytes);
     if (progress) {
         curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, reportProgress);
         curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &progress);
@@ -166,8 +198,16 @@ HttpResponse HttpClient::download(const std::string& url, const std::string& out
     file.close();
     const bool writeFailed = file.fail();
     if (result != CURLE_OK) {
-        response.error = std::string("Curl error: ") + curl_easy_strerror(result);
         response.elapsedMs = clock.elapsedMs();
+        const bool overLimit = target.exceeded || result == CURLE_FILESIZE_EXCEEDED;
+        long status = 0;
+        curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+        if (overLimit && (status < 200 || status > 299) && status != 0) {
+            // An error page cut off at the limit is still the server's answer.
+            response.statusCode = static_cast<std::int32_t>(status);
+            return response;
+        }
+        response.error = overLimit ? tooLarge(maxBytes) : std::string("Curl error: ") + curl_easy_strerror(result);
         return response;
     }
     if (writeFailed) {

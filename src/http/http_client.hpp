@@ -25,6 +25,8 @@ struct HttpConfig {
     std::string proxyUsername;
     std::string proxyPassword;
     bool verboseOutput = false;  // prints the "[HTTP DEBUG]" lines of file downloads
+    // Largest body an in-memory request keeps; a longer or longer-announced one fails.
+    std::uint64_t maxBodyBytes = 8 * 1024 * 1024;
 };
 
 struct HttpResponse {
@@ -51,8 +53,10 @@ public:
     // Fetches a URL into memory.
     HttpResponse get(const std::string& url, const HttpHeaders& headers);
     // Streams a URL into a file, replacing its content; an error page lands in the file too.
+    // With `maxBytes` above 0 the transfer fails as soon as the body passes it, or at once
+    // when the server announces more.
     HttpResponse download(const std::string& url, const std::string& outputPath, const DownloadProgress& progress,
-                          const HttpHeaders& headers);
+                          const HttpHeaders& headers, std::uint64_t maxBytes = 0);
 
 private:
     struct Impl;

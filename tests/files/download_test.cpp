@@ -86,14 +86,29 @@ TEST_F(DownloadTest, UpperCaseZipSuffixIsNotAnArchive) {
 }
 
 TEST_F(DownloadTest, SizeIsCheckedAgainstTheManifest) {
-    server_.set("/cdn/files/VELK.dll", "12345");
+    server_.set("/cdn/files/VELK.dll", "123");
     ManifestFile file = entry("VELK.dll", "1234");
     const FileUpdateResult result = updater().downloadFile(file);
     EXPECT_FALSE(result.success);
     EXPECT_EQ(result.errorMessage, "File size mismatch");
-    EXPECT_TRUE(log_.contains("[ERROR] File size mismatch after download: expected 4, got 5"));
+    EXPECT_TRUE(log_.contains("[ERROR] File size mismatch after download: expected 4, got 3"));
     file.size = 0;
     EXPECT_TRUE(updater().downloadFile(file).success);
+}
+
+// A server that sends more than the manifest's size, or never stops, is cut off at the
+// size: neither the disk nor the time of the run is the server's to take.
+TEST_F(DownloadTest, EndlessDataStopsPastTheManifestSize) {
+    config_.baseUrls = {server_.url("/cdn")};
+    server_.set("/cdn/files/VELK.dll.zip", std::string(4 * 1024 * 1024, 'z'));
+    server_.setEndless("/cdn/files/VELK.dll");
+    const ManifestFile file = entry("VELK.dll", "1234567890");
+    const FileUpdateResult result = updater().downloadFile(file);
+    EXPECT_FALSE(result.success);
+    EXPECT_TRUE(log_.contains("[WARNING] Download attempt failed: " + server_.url("/cdn/files/VELK.dll") +
+                              " => Response larger than the expected 10 bytes (0)"));
+    EXPECT_LT(server_.endlessBytesSent(), 64u * 1024 * 1024);
+    EXPECT_FALSE(fs::exists(updater().getTempPath(file)));
 }
 
 TEST_F(DownloadTest, WithoutBaseUrlsTheEntryUrlIsFetchedDirectly) {

@@ -2,7 +2,9 @@
 
 #include <httplib.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
@@ -18,6 +20,7 @@ public:
     struct Answer {
         int status = 200;
         std::string body;
+        bool endless = false;
     };
 
     HttpTestServer() {
@@ -31,6 +34,17 @@ public:
                 return;
             }
             res.status = found->second.status;
+            if (found->second.endless) {
+                res.set_chunked_content_provider("application/octet-stream", [this](std::size_t offset, httplib::DataSink& sink) {
+                    static const std::string block(64 * 1024, 'x');
+                    // Bounded so that a client that never stops cannot keep a test running.
+                    if (offset >= kEndlessCap) return false;
+                    if (!sink.write(block.data(), block.size())) return false;
+                    endlessSent_ += block.size();
+                    return true;
+                });
+                return;
+            }
             res.set_content(found->second.body, "application/octet-stream");
         });
         port_ = server_.bind_to_any_port("127.0.0.1");
@@ -48,6 +62,14 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         answers_[path] = Answer{status, std::move(body)};
     }
+    // A body that never ends (up to a safety cap); how much of it went out is counted.
+    void setEndless(const std::string& path) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        answers_[path] = Answer{200, {}, true};
+    }
+    std::uint64_t endlessBytesSent() const { return endlessSent_; }
+    static constexpr std::uint64_t kEndlessCap = 1ull << 30;
+
     std::vector<std::string> requests() {
         std::lock_guard<std::mutex> lock(mutex_);
         return requests_;
@@ -65,6 +87,7 @@ private:
     std::mutex mutex_;
     std::map<std::string, Answer> answers_;
     std::vector<std::string> requests_;
+    std::atomic<std::uint64_t> endlessSent_{0};
 };
 
 }  // namespace velk::test
