@@ -34,31 +34,32 @@ std::string attemptsText(const std::vector<std::string>& urls) {
     return text;
 }
 
-// Unpacks the downloaded archive beside it and points the result at the wanted file.
+// Takes the wanted file out of the downloaded archive: the archive is set aside, the one
+// entry written to the temporary path in its place (bounded by the entry's size), and the
+// archive removed, so nothing else of it ever reaches the disk.
 void extractArchive(const ManifestFile& file, const std::string& tempPath, FileUpdateResult& result, Logger& logger) {
     try {
-        const fs::path directory = fs::path(tempPath).parent_path() / (file.name + ".unzdir");
+        const std::string archivePath = tempPath + ".zip";
+        fs::rename(tempPath, archivePath);
+        const platform::ZipEntryStatus status = platform::extractZipEntry(archivePath, file.name, tempPath, file.size);
         std::error_code ignored;
-        fs::remove_all(directory, ignored);  // a leftover, or a link planted in its place
-        fs::create_directories(directory, ignored);
-        requireInside(fs::path(tempPath).parent_path(), directory);
-        const bool extracted = platform::extractZip(tempPath, directory.string());
-        fs::remove(tempPath, ignored);
-        if (!extracted) {
-            result.success = false;
-            result.errorMessage = "Failed to extract zip";
-            return;
-        }
-        for (const auto& entry : fs::recursive_directory_iterator(directory)) {
-            if (entry.is_regular_file() && entry.path().filename().string() == file.name) {
-                result.filePath = entry.path().string();
-                result.bytesDownloaded = entry.file_size();
+        fs::remove(archivePath, ignored);
+        switch (status) {
+            case platform::ZipEntryStatus::Extracted:
+                result.bytesDownloaded = fs::file_size(tempPath);
                 logger.info("Extracted zip for file: " + file.name);
                 return;
-            }
+            case platform::ZipEntryStatus::NotFound:
+                result.errorMessage = "Zip missing expected entry";
+                break;
+            case platform::ZipEntryStatus::TooLarge:
+                result.errorMessage = "Zip entry larger than expected";
+                break;
+            case platform::ZipEntryStatus::Unreadable:
+                result.errorMessage = "Failed to extract zip";
+                break;
         }
         result.success = false;
-        result.errorMessage = "Zip missing expected entry";
     } catch (const std::exception& error) {
         result.success = false;
         result.errorMessage = std::string("Failed to extract zip: ") + error.what();

@@ -39,7 +39,10 @@ bool isStagingLeftover(const std::string& name) {
             (name.find("VELK") != std::string::npos || name.find("velk") != std::string::npos));
 }
 
-bool isProductDownload(const std::string& name) { return name.rfind("VELK", 0) == 0 && endsWith(name, ".tmp"); }
+bool isProductDownload(const std::string& name) {
+    // An archive is set aside as "<download>.zip" while its entry is taken out.
+    return name.rfind("VELK", 0) == 0 && (endsWith(name, ".tmp") || endsWith(name, ".tmp.zip"));
+}
 
 bool isTempLeftover(const std::string& name) { return isProductFileWith(name, ".tmp") || isProductDownload(name); }
 

@@ -28,7 +28,8 @@ bool isUpdaterRuntimeFile(const std::string& name);
 
 // A staging copy ("<file>.staging") an interrupted installation left beside a product file.
 bool isStagingLeftover(const std::string& name);
-// A product download ("VELK....tmp") an interrupted run left in the temporary folder.
+// A product download ("VELK....tmp", or its archive "....tmp.zip") an interrupted run left in
+// the temporary folder.
 bool isProductDownload(const std::string& name);
 // Any temporary copy of a product or updater file in the temporary folder.
 bool isTempLeftover(const std::string& name);

@@ -50,9 +50,10 @@ TEST_F(DownloadTest, ArchiveIsUnpackedAndSearchedRecursively) {
     server_.set("/cdn/files/VELK.dll.zip", makeZip({{"bin/x64/VELK.dll", content}, {"readme.txt", "hi"}}));
     const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", content));
     ASSERT_TRUE(result.success) << result.errorMessage;
-    EXPECT_EQ(result.filePath, (fs::path(config_.tempDirectory) / "VELK.dll.unzdir" / "bin" / "x64" / "VELK.dll").string());
+    EXPECT_EQ(result.filePath, (fs::path(config_.tempDirectory) / "VELK.dll.tmp").string());
     EXPECT_EQ(test::readFile(result.filePath), content);
-    EXPECT_FALSE(fs::exists(fs::path(config_.tempDirectory) / "VELK.dll.tmp"));  // the archive is gone
+    // Only the wanted entry reached the disk, and the archive is gone.
+    EXPECT_EQ(std::distance(fs::directory_iterator(config_.tempDirectory), fs::directory_iterator()), 1);
     EXPECT_EQ(server_.requests().size(), 1u);
 }
 
@@ -73,6 +74,16 @@ TEST_F(DownloadTest, ArchiveProblemsFailTheDownload) {
     }
     EXPECT_FALSE(fs::exists(outside));
     EXPECT_FALSE(fs::exists(dir_ / "absolute.dll"));
+}
+
+// A small archive that unpacks to far more than the entry may hold is cut off at the
+// entry's size and leaves nothing behind.
+TEST_F(DownloadTest, ZipBombIsCutOffAtTheEntrySize) {
+    server_.set("/cdn/files/VELK.dll.zip", makeZip({{"VELK.dll", std::string(16 * 1024 * 1024, '\0')}}));
+    const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", "ten bytes!"));
+    EXPECT_FALSE(result.success);
+    EXPECT_EQ(result.errorMessage, "Zip entry larger than expected");
+    EXPECT_TRUE(fs::is_empty(config_.tempDirectory));
 }
 
 TEST_F(DownloadTest, UpperCaseZipSuffixIsNotAnArchive) {

@@ -26,9 +26,11 @@ TEST(WineLimitsTest, ZipExtractionThroughShellFolders) {
                                    (dir / "in").string() + "\" VELK.dll")
                   .exitCode,
               0);
-    std::filesystem::create_directories(dir / "out");
-    ASSERT_TRUE(extractZip((dir / "VELK.zip").string(), (dir / "out").string()));
-    EXPECT_EQ(test::readFile(dir / "out" / "VELK.dll"), "library bytes");
+    const std::string out = (dir / "VELK.dll.tmp").string();
+    ASSERT_EQ(extractZipEntry((dir / "VELK.zip").string(), "VELK.dll", out, 13), ZipEntryStatus::Extracted);
+    EXPECT_EQ(test::readFile(out), "library bytes");
+    EXPECT_EQ(extractZipEntry((dir / "VELK.zip").string(), "VELK.dll", out, 12), ZipEntryStatus::TooLarge);
+    EXPECT_FALSE(std::filesystem::exists(out));
 }
 
 TEST(WineLimitsTest, EventLogReceivesTheReport) {

@@ -4,6 +4,7 @@
 #include <archive_entry.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
 
 namespace velk::updater::platform {
@@ -12,9 +13,8 @@ namespace {
 namespace fs = std::filesystem;
 
 using ReadArchive = std::unique_ptr<archive, decltype(&archive_read_free)>;
-using WriteArchive = std::unique_ptr<archive, decltype(&archive_write_free)>;
 
-// Only plain files and folders with relative paths that stay below the destination.
+// Only plain files and folders with relative paths that stay below the archive's root.
 bool isSafeEntry(archive_entry* entry) {
     const char* name = archive_entry_pathname(entry);
     if (name == nullptr || *name == '\0') return false;
@@ -28,43 +28,61 @@ bool isSafeEntry(archive_entry* entry) {
     return true;
 }
 
-bool copyData(archive* in, archive* out) {
-    const void* block = nullptr;
-    std::size_t size = 0;
-    la_int64_t offset = 0;
+bool isWanted(archive_entry* entry, const std::string& entryName) {
+    return archive_entry_filetype(entry) == AE_IFREG &&
+           fs::path(archive_entry_pathname(entry)).filename().string() == entryName;
+}
+
+// Copies the current entry's data, at most `maxBytes` of it when that is above 0.
+ZipEntryStatus copyEntry(archive* in, const std::string& outputPath, std::uint64_t maxBytes) {
+    std::ofstream out(outputPath, std::ios::binary | std::ios::trunc);
+    if (!out.is_open()) return ZipEntryStatus::Unreadable;
+    std::uint64_t written = 0;
+    char buffer[64 * 1024];
     for (;;) {
-        const int status = archive_read_data_block(in, &block, &size, &offset);
-        if (status == ARCHIVE_EOF) return true;
-        if (status != ARCHIVE_OK || archive_write_data_block(out, block, size, offset) != ARCHIVE_OK) return false;
+        const la_ssize_t read = archive_read_data(in, buffer, sizeof buffer);
+        if (read == 0) break;
+        if (read < 0) return ZipEntryStatus::Unreadable;
+        written += static_cast<std::uint64_t>(read);
+        if (maxBytes > 0 && written > maxBytes) return ZipEntryStatus::TooLarge;
+        out.write(buffer, read);
+        if (!out) return ZipEntryStatus::Unreadable;
     }
+    out.close();
+    return out ? ZipEntryStatus::Extracted : ZipEntryStatus::Unreadable;
+}
+
+ZipEntryStatus scan(archive* in, const std::string& entryName, const std::string& outputPath,
+                    std::uint64_t maxBytes) {
+    ZipEntryStatus found = ZipEntryStatus::NotFound;
+    archive_entry* entry = nullptr;
+    int status = ARCHIVE_OK;
+    // Every header is read, so an unsafe entry anywhere refuses the archive; only the
+    // wanted entry's data is ever written.
+    while ((status = archive_read_next_header(in, &entry)) == ARCHIVE_OK) {
+        if (!isSafeEntry(entry)) return ZipEntryStatus::Unreadable;
+        if (found != ZipEntryStatus::NotFound || !isWanted(entry, entryName)) continue;
+        found = copyEntry(in, outputPath, maxBytes);
+        if (found != ZipEntryStatus::Extracted) return found;
+    }
+    return status == ARCHIVE_EOF ? found : ZipEntryStatus::Unreadable;
 }
 
 }  // namespace
 
-bool extractZip(const std::string& zipPath, const std::string& destination) {
+ZipEntryStatus extractZipEntry(const std::string& zipPath, const std::string& entryName,
+                               const std::string& outputPath, std::uint64_t maxBytes) {
     ReadArchive in(archive_read_new(), archive_read_free);
     archive_read_support_format_zip(in.get());
-    if (archive_read_open_filename(in.get(), zipPath.c_str(), 1 << 16) != ARCHIVE_OK) return false;
-
-    WriteArchive out(archive_write_disk_new(), archive_write_free);
-    // Entry names are checked above and then made absolute below the destination, so
-    // libarchive's own absolute-path guard cannot be used; the others stay on.
-    archive_write_disk_set_options(out.get(), ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
-                                                  ARCHIVE_EXTRACT_UNLINK);
-    const fs::path root(destination);
-    archive_entry* entry = nullptr;
-    int status = ARCHIVE_OK;
-    while ((status = archive_read_next_header(in.get(), &entry)) == ARCHIVE_OK) {
-        if (!isSafeEntry(entry)) return false;
-        const std::string target = (root / archive_entry_pathname(entry)).string();
-        archive_entry_set_pathname(entry, target.c_str());
-        if (archive_entry_filetype(entry) == AE_IFDIR) archive_entry_set_perm(entry, 0755);
-        if (archive_entry_filetype(entry) == AE_IFREG) archive_entry_set_perm(entry, 0644);
-        if (archive_write_header(out.get(), entry) != ARCHIVE_OK) return false;
-        if (archive_entry_size(entry) > 0 && !copyData(in.get(), out.get())) return false;
-        if (archive_write_finish_entry(out.get()) != ARCHIVE_OK) return false;
+    if (archive_read_open_filename(in.get(), zipPath.c_str(), 1 << 16) != ARCHIVE_OK) {
+        return ZipEntryStatus::Unreadable;
     }
-    return status == ARCHIVE_EOF && archive_write_close(out.get()) == ARCHIVE_OK;
+    const ZipEntryStatus status = scan(in.get(), entryName, outputPath, maxBytes);
+    if (status != ZipEntryStatus::Extracted) {
+        std::error_code ignored;
+        fs::remove(outputPath, ignored);
+    }
+    return status;
 }
 
 }  // namespace velk::updater::platform

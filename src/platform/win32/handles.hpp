@@ -36,6 +36,8 @@ public:
         reset();
         return &value_;
     }
+    // Gives the handle up without closing it.
+    Type release() { return std::exchange(value_, Type{}); }
     void reset() {
         if (Traits::valid(value_)) Traits::close(value_);
         value_ = Type{};

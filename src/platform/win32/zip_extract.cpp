@@ -3,10 +3,18 @@
 #include <windows.h>
 #include <shldisp.h>
 
+#include <filesystem>
+
+#include "platform/elevation.hpp"
 #include "platform/win32/handles.hpp"
 
+// The shell's zip folders unpack archives here. They copy whole items only, so the entry
+// is first found by name and its size checked, then copied alone into a fresh folder, and
+// its copy measured again before it is moved to the output.
 namespace velk::updater::platform {
 namespace {
+
+namespace fs = std::filesystem;
 
 using win32::ComApartment;
 using win32::ComPtr;
@@ -28,37 +36,107 @@ void setBstr(Variant& value, const std::string& text) {
     value.get().bstrVal = bstr;
 }
 
-bool copyItems(IShellDispatch* shell, Variant& destination, Variant& source) {
+// The last name of an item's path inside the archive (display names may hide extensions).
+std::wstring itemFileName(FolderItem* item) {
+    BSTR path = nullptr;
+    if (FAILED(item->get_Path(&path)) || path == nullptr) return {};
+    const std::wstring name = fs::path(std::wstring(path, SysStringLen(path))).filename().wstring();
+    SysFreeString(path);
+    return name;
+}
+
+// The first regular file named `wanted` in `folder` or below it; the caller releases it.
+FolderItem* findItem(Folder* folder, const std::wstring& wanted) {
+    ComPtr<FolderItems> items;
+    long count = 0;
+    if (FAILED(folder->Items(items.put())) || !items || FAILED(items.get()->get_Count(&count))) return nullptr;
+    for (long index = 0; index < count; ++index) {
+        Variant position;
+        position.get().vt = VT_I4;
+        position.get().lVal = index;
+        FolderItem* item = nullptr;
+        if (FAILED(items.get()->Item(position.get(), &item)) || item == nullptr) continue;
+        ComPtr<FolderItem> owned(item);
+        VARIANT_BOOL isFolder = VARIANT_FALSE;
+        owned.get()->get_IsFolder(&isFolder);
+        if (isFolder == VARIANT_FALSE) {
+            if (itemFileName(owned.get()) == wanted) return owned.release();
+            continue;
+        }
+        IDispatch* inner = nullptr;
+        if (FAILED(owned.get()->get_GetFolder(&inner)) || inner == nullptr) continue;
+        ComPtr<IDispatch> innerOwned(inner);
+        ComPtr<Folder> subfolder;
+        if (FAILED(inner->QueryInterface(IID_Folder, reinterpret_cast<void**>(subfolder.put())))) continue;
+        if (FolderItem* found = findItem(subfolder.get(), wanted)) return found;
+    }
+    return nullptr;
+}
+
+ZipEntryStatus copyItem(IShellDispatch* shell, FolderItem* item, const fs::path& folder) {
+    Variant destination;
+    setBstr(destination, folder.string());
     ComPtr<Folder> target;
-    ComPtr<Folder> zip;
-    if (FAILED(shell->NameSpace(destination.get(), target.put())) || !target) return false;
-    if (FAILED(shell->NameSpace(source.get(), zip.put())) || !zip) return false;
-    FolderItems* items = nullptr;
-    if (FAILED(zip.get()->Items(&items)) || items == nullptr) return false;
-    Variant what;  // owns the items from here on
+    if (FAILED(shell->NameSpace(destination.get(), target.put())) || !target) return ZipEntryStatus::Unreadable;
+    Variant what;  // owns a reference of its own
+    item->AddRef();
     what.get().vt = VT_DISPATCH;
-    what.get().pdispVal = items;
+    what.get().pdispVal = item;
     Variant options;
     options.get().vt = VT_I4;
     options.get().lVal = kCopyOptions;
-    return SUCCEEDED(target.get()->CopyHere(what.get(), options.get()));
+    return SUCCEEDED(target.get()->CopyHere(what.get(), options.get())) ? ZipEntryStatus::Extracted
+                                                                        : ZipEntryStatus::Unreadable;
+}
+
+ZipEntryStatus extract(const std::string& zipPath, const std::string& entryName, const fs::path& output,
+                       std::uint64_t maxBytes) {
+    const ComApartment apartment;
+    if (!apartment) return ZipEntryStatus::Unreadable;
+    ComPtr<IShellDispatch> shell;
+    if (FAILED(CoCreateInstance(kShellApplication, nullptr, CLSCTX_INPROC_SERVER, kShellDispatch,
+                                reinterpret_cast<void**>(shell.put())))) {
+        return ZipEntryStatus::Unreadable;
+    }
+    Variant source;
+    setBstr(source, zipPath);
+    ComPtr<Folder> zip;
+    if (FAILED(shell.get()->NameSpace(source.get(), zip.put())) || !zip) return ZipEntryStatus::Unreadable;
+    ComPtr<FolderItem> item(findItem(zip.get(), utf8ToWide(entryName)));
+    if (!item) return ZipEntryStatus::NotFound;
+    long size = 0;
+    if (maxBytes > 0 && SUCCEEDED(item.get()->get_Size(&size)) && static_cast<std::uint64_t>(size) > maxBytes) {
+        return ZipEntryStatus::TooLarge;
+    }
+
+    const fs::path folder = output.string() + ".unzdir";
+    std::error_code error;
+    fs::remove_all(folder, error);
+    fs::create_directories(folder, error);
+    ZipEntryStatus status = copyItem(shell.get(), item.get(), folder);
+    const fs::path copied = folder / fs::path(utf8ToWide(entryName));
+    if (status == ZipEntryStatus::Extracted) {
+        const auto copiedSize = fs::file_size(copied, error);
+        if (error) status = ZipEntryStatus::Unreadable;
+        else if (maxBytes > 0 && copiedSize > maxBytes) status = ZipEntryStatus::TooLarge;
+        else if (!MoveFileExW(copied.wstring().c_str(), output.wstring().c_str(), MOVEFILE_REPLACE_EXISTING)) {
+            status = ZipEntryStatus::Unreadable;
+        }
+    }
+    fs::remove_all(folder, error);
+    return status;
 }
 
 }  // namespace
 
-bool extractZip(const std::string& zipPath, const std::string& destination) {
-    const ComApartment apartment;
-    if (!apartment) return false;
-    ComPtr<IShellDispatch> shell;
-    if (FAILED(CoCreateInstance(kShellApplication, nullptr, CLSCTX_INPROC_SERVER, kShellDispatch,
-                                reinterpret_cast<void**>(shell.put())))) {
-        return false;
+ZipEntryStatus extractZipEntry(const std::string& zipPath, const std::string& entryName,
+                               const std::string& outputPath, std::uint64_t maxBytes) {
+    const ZipEntryStatus status = extract(zipPath, entryName, fs::path(utf8ToWide(outputPath)), maxBytes);
+    if (status != ZipEntryStatus::Extracted) {
+        std::error_code ignored;
+        fs::remove(fs::path(utf8ToWide(outputPath)), ignored);
     }
-    Variant destinationVariant;
-    Variant sourceVariant;
-    setBstr(destinationVariant, destination);
-    setBstr(sourceVariant, zipPath);
-    return copyItems(shell.get(), destinationVariant, sourceVariant);
+    return status;
 }
 
 }  // namespace velk::updater::platform
