@@ -52,6 +52,13 @@ private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
+// libcurl's text for the result; a refused scheme also says which schemes are allowed.
+std::string transportError(CURLcode result) {
+    std::string text = curl_easy_strerror(result);
+    if (result == CURLE_UNSUPPORTED_PROTOCOL) text += " (only http and https URLs are allowed)";
+    return text;
+}
+
 void debugLine(const std::string& text) { std::cout << "[HTTP DEBUG] " << text << std::endl; }
 
 }  // namespace
@@ -70,7 +77,9 @@ struct HttpClient::Impl {
         curl_easy_setopt(curl, CURLOPT_USERAGENT, config.userAgent.c_str());
         curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
         curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 5L);
-        // A redirect may not send a transfer to any other protocol.
+        // Only web transfers: a URL from a manifest must not make libcurl speak gopher,
+        // dict or any other protocol to an address of its choosing, nor read local files.
+        curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(config.connectTimeoutSeconds));
         curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, config.verifySsl ? 1L : 0L);
@@ -124,7 +133,7 @@ HttpResponse HttpClient::get(const std::string& url, const HttpHeaders& headers)
     response.statusCode = static_cast<std::int32_t>(status);
     response.elapsedMs = clock.elapsedMs();
     if (result != CURLE_OK) {
-        response.error = curl_easy_strerror(result);
+        response.error = transportError(result);
         return response;
     }
     response.bytesDownloaded = body.size();
@@ -166,7 +175,7 @@ HttpResponse HttpClient::download(const std::string& url, const std::string& out
     file.close();
     const bool writeFailed = file.fail();
     if (result != CURLE_OK) {
-        response.error = std::string("Curl error: ") + curl_easy_strerror(result);
+        response.error = "Curl error: " + transportError(result);
         response.elapsedMs = clock.elapsedMs();
         return response;
     }
