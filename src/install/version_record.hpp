@@ -23,8 +23,9 @@ std::string getInstalledBuildNumber();
 // were attempted succeeded. Never creates the key.
 bool setInstalledVersion(const std::string& version, const std::string& buildNumber);
 
-// Orders whole texts byte by byte (unsigned); a prefix orders first. -1, 0 or 1.
-int compareVersions(const std::string& a, const std::string& b);
+// -1, 0 or 1 for a against b: dot-separated components as 32-bit numbers (anything
+// unreadable is 0), at least three each. Every version gate orders versions this way.
+int compareVersionComponents(const std::string& a, const std::string& b);
 
 // Whether moving from the installed version to `targetVersion` is allowed.
 ValidationResult validateVersion(const std::string& targetVersion, bool allowDowngrades);
