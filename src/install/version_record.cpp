@@ -72,6 +72,13 @@ std::vector<int> components(const std::string& version) {
 
 std::string readProductString(const std::string& name) { return readString(name, {}); }
 
+std::optional<std::string> productRecordError() {
+    std::uint32_t size = 0;
+    const long status = reg::getStringValue(kProductRegistryKey, "Version", nullptr, &size);
+    if (!reg::isRegistryUnreadable(status)) return std::nullopt;
+    return reg::describeRegistryError(status);
+}
+
 std::string getInstalledVersion() { return readString("Version", "VELKInstalled"); }
 
 std::string getInstalledBuildNumber() { return readString("BuildNumber", {}); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ int compareVersionComponents(const std::string& a, const std::string& b);
 
 // Whether moving from the installed version to `targetVersion` is allowed.
 ValidationResult validateVersion(const std::string& targetVersion, bool allowDowngrades);
+
+// Empty when the product record can be read, also when it is absent (not installed);
+// otherwise why the registry itself cannot be read.
+std::optional<std::string> productRecordError();
 
 // Reads a string value of the product key: size query, then data query, trailing NULs
 // removed. Empty when either query fails.

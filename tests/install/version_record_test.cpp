@@ -73,6 +73,14 @@ TEST_F(VersionRecordTest, CorruptRegistryIsNeverOverwritten) {
     EXPECT_EQ(getInstalledVersion(), "");
     EXPECT_FALSE(setInstalledVersion("2.0.0", "2"));
     EXPECT_EQ(registryText(), corrupt);
+    // Unreadable is told apart from absent, which is an ordinary fresh installation.
+    const auto error = productRecordError();
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->find("registry.reg cannot be read or parsed (error 1009)"), std::string::npos) << *error;
+    test::writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n");
+    EXPECT_FALSE(productRecordError());
+    std::filesystem::remove(root() / "registry.reg");
+    EXPECT_FALSE(productRecordError());
 }
 
 // One order for every version gate: numeric components, at least three, unreadable ones 0.
