@@ -12,7 +12,8 @@ std::string instanceLockFileName(const std::string& normalisedDirectory) {
         hash *= 1099511628211ull;
     }
     char name[48];
-    std::snprintf(name, sizeof name, "VELK_Updater-%016llx.lock", static_cast<unsigned long long>(hash));
+    std::snprintf(name, sizeof name, "VELK_Updater-%016llx.lock",
+                  static_cast<unsigned long long>(hash));
     return name;
 }
 
