@@ -14,6 +14,7 @@
 #include "install/version_record.hpp"
 #include "logging/logger.hpp"
 #include "platform/elevation.hpp"
+#include "platform/instance_lock.hpp"
 #include "platform/process.hpp"
 
 namespace velk::updater {
@@ -202,8 +203,25 @@ int runUpdateMode(UpdateClient& client, Logger& logger, const UpdaterConfig& con
 int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
     if (const auto ended = passPrivilegeGate(argc, argv)) return *ended;
 
+    // An unreadable registry would read as "not installed" and send the run to the
+    // default folder, beside the real installation: stop before anything is created.
+    if (const auto error = productRecordError()) {
+        std::cerr << "Failed to read the registry: " + *error + "\n";
+        return 1;
+    }
     const FileUpdaterConfig fileUpdaterConfig = makeFileUpdaterConfig(config);
     const std::string& installDirectory = fileUpdaterConfig.installDirectory;
+    // One run per installation, from before the first write until main returns; the
+    // unelevated parent of an elevated run never takes it.
+    const platform::InstanceLock lock(installDirectory);
+    if (lock.status() == platform::LockStatus::Busy) {
+        std::cerr << "Another VELK_Updater is already running\n";
+        return 1;
+    }
+    if (lock.status() == platform::LockStatus::Failed) {
+        std::cerr << "Failed to lock the installation " + installDirectory + "\n";
+        return 1;
+    }
     const LoggerConfig loggerConfig = makeLoggerConfig(config, installDirectory);
     Logger logger(loggerConfig);
     if (!logger.initialize()) {

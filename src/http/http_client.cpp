@@ -76,6 +76,13 @@ private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
+// libcurl's text for the result; a refused scheme also says which schemes are allowed.
+std::string transportError(CURLcode result) {
+    std::string text = curl_easy_strerror(result);
+    if (result == CURLE_UNSUPPORTED_PROTOCOL) text += " (only http and https URLs are allowed)";
+    return text;
+}
+
 void debugLine(const std::string& text) { std::cout << "[HTTP DEBUG] " << text << std::endl; }
 
 }  // namespace
@@ -94,7 +101,9 @@ struct HttpClient::Impl {
         curl_easy_setopt(curl, CURLOPT_USERAGENT, config.userAgent.c_str());
         curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
         curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 5L);
-        // A redirect may not send a transfer to any other protocol.
+        // Only web transfers: a URL from a manifest must not make libcurl speak gopher,
+        // dict or any other protocol to an address of its choosing, nor read local files.
+        curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
         curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(config.connectTimeoutSeconds));
         curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, config.verifySsl ? 1L : 0L);
@@ -151,7 +160,7 @@ HttpResponse HttpClient::get(const std::string& url, const HttpHeaders& headers)
     response.elapsedMs = clock.elapsedMs();
     if (result != CURLE_OK) {
         const bool overLimit = target.exceeded || result == CURLE_FILESIZE_EXCEEDED;
-        response.error = overLimit ? tooLarge(target.limit) : curl_easy_strerror(result);
+        response.error = overLimit ? tooLarge(target.limit) : transportError(result);
         // A cut-off body is no transfer, whatever status its headers carried.
         if (overLimit) response.statusCode = 0;
         return response;
@@ -207,7 +216,7 @@ HttpResponse HttpClient::download(const std::string& url, const std::string& out
             response.statusCode = static_cast<std::int32_t>(status);
             return response;
         }
-        response.error = overLimit ? tooLarge(maxBytes) : std::string("Curl error: ") + curl_easy_strerror(result);
+        response.error = overLimit ? tooLarge(maxBytes) : "Curl error: " + transportError(result);
         return response;
     }
     if (writeFailed) {

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <sstream>
+#include <stdexcept>
+#include <vector>
 
 #include "platform/registry.hpp"
 
@@ -48,9 +51,33 @@ long writeString(reg::RegistryKey& key, const std::string& name, const std::stri
     return key.setValue(name, reg::kRegSz, text.c_str(), static_cast<std::uint32_t>(text.size() + 1));
 }
 
+// Reads like std::stoi: blanks, a sign and leading digits; anything unreadable is 0.
+int componentValue(const std::string& text) {
+    try {
+        return std::stoi(text);
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+std::vector<int> components(const std::string& version) {
+    std::vector<int> values;
+    std::istringstream stream(version);
+    for (std::string part; std::getline(stream, part, '.');) values.push_back(componentValue(part));
+    while (values.size() < 3) values.push_back(0);
+    return values;
+}
+
 }  // namespace
 
 std::string readProductString(const std::string& name) { return readString(name, {}); }
+
+std::optional<std::string> productRecordError() {
+    std::uint32_t size = 0;
+    const long status = reg::getStringValue(kProductRegistryKey, "Version", nullptr, &size);
+    if (!reg::isRegistryUnreadable(status)) return std::nullopt;
+    return reg::describeRegistryError(status);
+}
 
 std::string getInstalledVersion() { return readString("Version", "VELKInstalled"); }
 
@@ -73,12 +100,16 @@ bool setInstalledVersion(const std::string& version, const std::string& buildNum
     return result;
 }
 
-int compareVersions(const std::string& a, const std::string& b) {
+int compareVersionComponents(const std::string& a, const std::string& b) {
     if (a == b) return 0;
-    if (a.empty()) return -1;
-    if (b.empty()) return 1;
-    // std::string compares char_traits<char>, which orders as unsigned char.
-    return a.compare(b) < 0 ? -1 : 1;
+    const auto left = components(a);
+    const auto right = components(b);
+    for (std::size_t i = 0; i < std::max(left.size(), right.size()); ++i) {
+        const int x = i < left.size() ? left[i] : 0;
+        const int y = i < right.size() ? right[i] : 0;
+        if (x != y) return x < y ? -1 : 1;
+    }
+    return 0;
 }
 
 ValidationResult validateVersion(const std::string& targetVersion, bool allowDowngrades) {
@@ -93,7 +124,7 @@ ValidationResult validateVersion(const std::string& targetVersion, bool allowDow
         result.message = "No installed version found - assuming fresh install or legacy version";
         return result;
     }
-    const int order = compareVersions(installed, targetVersion);
+    const int order = compareVersionComponents(installed, targetVersion);
     if (order == 0) {
         result.valid = true;
         result.message = "Target version matches installed version (" + installed + ")";

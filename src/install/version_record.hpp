@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,11 +24,16 @@ std::string getInstalledBuildNumber();
 // were attempted succeeded. Never creates the key.
 bool setInstalledVersion(const std::string& version, const std::string& buildNumber);
 
-// Orders whole texts byte by byte (unsigned); a prefix orders first. -1, 0 or 1.
-int compareVersions(const std::string& a, const std::string& b);
+// -1, 0 or 1 for a against b: dot-separated components as 32-bit numbers (anything
+// unreadable is 0), at least three each. Every version gate orders versions this way.
+int compareVersionComponents(const std::string& a, const std::string& b);
 
 // Whether moving from the installed version to `targetVersion` is allowed.
 ValidationResult validateVersion(const std::string& targetVersion, bool allowDowngrades);
+
+// Empty when the product record can be read, also when it is absent (not installed);
+// otherwise why the registry itself cannot be read.
+std::optional<std::string> productRecordError();
 
 // Reads a string value of the product key: size query, then data query, trailing NULs
 // removed. Empty when either query fails.

@@ -1,6 +1,7 @@
 #include "manifest/manifest_verifier.hpp"
 
 #include "crypto/crypto_utils.hpp"
+#include "install/version_record.hpp"
 #include "manifest/manifest_verifier_impl.hpp"
 
 namespace velk::updater {
@@ -88,13 +89,14 @@ bool ManifestVerifier::verifyManifestSignature(const Manifest& manifest) const {
 
 bool ManifestVerifier::checkVersionCompatibility(const Manifest& manifest) const {
     const ManifestVerifierConfig& config = impl_->config;
-    // Plain byte order here; the analysis compares component by component.
-    if (!config.allowDowngrades && !config.currentVersion.empty() && manifest.version < config.currentVersion) {
+    // Numeric components, as the analysis compares them: 10.0.0 is newer than 9.0.0.
+    if (!config.allowDowngrades && !config.currentVersion.empty() &&
+        compareVersionComponents(manifest.version, config.currentVersion) < 0) {
         impl_->logger.warning("Downgrade detected: " + manifest.version + " < " + config.currentVersion);
         return false;
     }
     if (manifest.minimum_version.empty() || config.currentVersion.empty()) return true;
-    if (config.currentVersion < manifest.minimum_version) {
+    if (compareVersionComponents(config.currentVersion, manifest.minimum_version) < 0) {
         impl_->logger.error("Current version " + config.currentVersion + " below minimum required " +
                             manifest.minimum_version);
         return false;

@@ -62,9 +62,6 @@ private:
 // decimal size of every file in order, without separators.
 std::string signedManifestText(const Manifest& manifest);
 
-// -1, 0 or 1 for a against b: dot-separated components as 32-bit numbers (anything
-// unreadable is 0), at least three each.
-int compareVersionComponents(const std::string& a, const std::string& b);
 // -1, 0 or 1 for a against b read as 64-bit numbers (empty or unreadable is 0).
 int compareBuildNumbers(const std::string& a, const std::string& b);
 

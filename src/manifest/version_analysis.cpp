@@ -1,19 +1,10 @@
-#include <sstream>
-#include <vector>
+#include <string>
 
+#include "install/version_record.hpp"
 #include "manifest/manifest_verifier_impl.hpp"
 
 namespace velk::updater {
 namespace {
-
-// Reads like std::stoi: blanks, a sign and leading digits; anything unreadable is 0.
-int componentValue(const std::string& text) {
-    try {
-        return std::stoi(text);
-    } catch (const std::exception&) {
-        return 0;
-    }
-}
 
 long long buildValue(const std::string& text) {
     if (text.empty()) return 0;
@@ -22,14 +13,6 @@ long long buildValue(const std::string& text) {
     } catch (const std::exception&) {
         return 0;
     }
-}
-
-std::vector<int> components(const std::string& version) {
-    std::vector<int> values;
-    std::istringstream stream(version);
-    for (std::string part; std::getline(stream, part, '.');) values.push_back(componentValue(part));
-    while (values.size() < 3) values.push_back(0);
-    return values;
 }
 
 template <typename T>
@@ -42,18 +25,6 @@ std::string label(int comparison) {
 }
 
 }  // namespace
-
-int compareVersionComponents(const std::string& a, const std::string& b) {
-    if (a == b) return 0;
-    const auto left = components(a);
-    const auto right = components(b);
-    for (std::size_t i = 0; i < std::max(left.size(), right.size()); ++i) {
-        const int x = i < left.size() ? left[i] : 0;
-        const int y = i < right.size() ? right[i] : 0;
-        if (x != y) return order(x, y);
-    }
-    return 0;
-}
 
 int compareBuildNumbers(const std::string& a, const std::string& b) {
     if (a == b) return 0;

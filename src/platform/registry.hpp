@@ -13,6 +13,7 @@ inline constexpr long kErrorFileNotFound = 2;
 inline constexpr long kErrorAccessDenied = 5;
 inline constexpr long kErrorMoreData = 234;
 inline constexpr long kErrorBadDatabase = 1009;
+inline constexpr long kErrorRegistryCorrupt = 1015;
 inline constexpr long kErrorUnsupportedType = 1630;
 
 inline constexpr std::uint32_t kRegNone = 0;
@@ -56,5 +57,13 @@ private:
 // `data` may be null to learn the size in bytes, terminating NUL included.
 long getStringValue(const std::string& subKey, const std::string& name, void* data,
                     std::uint32_t* size);
+
+// The registry itself cannot be read, as opposed to a key or value that does not exist.
+inline bool isRegistryUnreadable(long status) {
+    return status == kErrorBadDatabase || status == kErrorRegistryCorrupt;
+}
+
+// A one-line description of a registry status, for messages.
+std::string describeRegistryError(long status);
 
 }  // namespace velk::updater::platform

@@ -94,34 +94,39 @@ TEST_F(ProcessingTest, RejectedManifestTouchesNoFile) {
     EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "whatever");
 }
 
-// The analysis blocks 10.0.0 -> 9.0.0 as a downgrade, but the verifier and the version
-// policy both order versions as plain text, where "10.0.0" sorts before "9.0.0": the
-// missing file makes it a repair, and the repair installs the older release.
-TEST_F(ProcessingTest, ByteOrderLetsTenToNineThroughBothVersionGatesAsARepair) {
-    registry("\"Version\"=\"10.0.0\"\n\"BuildNumber\"=\"1\"\n");
-    allowDowngrades_ = false;
-    test::writeFile(installDir() / "VELK.dll", "wrong size!");
-    const std::vector<json> files = {publish("VELK.dll", "lib"), publish("VELK_Launcher.exe", "launcher")};
-    EXPECT_TRUE(client().processManifest(manifest("9.0.0", "1", files)));
-    EXPECT_TRUE(log_.contains("[INFO] [BLOCKED] DOWNGRADE BLOCKED: allow_downgrades is disabled"));
-    EXPECT_TRUE(log_.contains("[INFO] Successfully deleted corrupted file: VELK.dll"));
-    EXPECT_TRUE(log_.contains("[INFO] File repair needed despite same version"));
-    EXPECT_TRUE(log_.contains("[INFO] Version validation successful: Upgrade: 10.0.0 -> 9.0.0"));
-    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "lib");
-    EXPECT_EQ(getInstalledVersion(), "9.0.0");
+// A missing or damaged file used to let an older release through as a "repair" when the
+// version texts compared by their bytes ("10.0.0" before "9.0.0"). With downgrades
+// disabled, an older release is refused before any file is looked at.
+class Downgrade : public ClientTest {};
+
+TEST_F(Downgrade, OlderReleaseIsRefusedAndTouchesNothing) {
+    for (const auto& [installed, offered] : std::vector<std::pair<std::string, std::string>>{
+             {"10.0.0", "9.0.0"}, {"1.2.10", "1.2.9"}, {"2.1.0", "2.0.9"}}) {
+        SCOPED_TRACE(installed + " -> " + offered);
+        client_.reset();
+        registry("\"Version\"=\"" + installed + "\"\n\"BuildNumber\"=\"1\"\n");
+        allowDowngrades_ = false;
+        test::writeFile(installDir() / "VELK.dll", "wrong size!");
+        const std::string before = registryText();
+        const std::vector<json> files = {publish("VELK.dll", "lib"), publish("VELK_Launcher.exe", "launcher")};
+        EXPECT_FALSE(client().processManifest(manifest(offered, "1", files)));
+        EXPECT_TRUE(log_.contains("[WARNING] Downgrade detected: " + offered + " < " + installed));
+        EXPECT_TRUE(log_.contains("[ERROR] Manifest verification failed: Version compatibility check failed"));
+        EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "wrong size!");
+        EXPECT_FALSE(fs::exists(installDir() / "VELK_Launcher.exe"));
+        EXPECT_EQ(registryText(), before);
+        EXPECT_TRUE(server_.requests().empty());
+    }
 }
 
-// Where plain text order does call it a downgrade, the verifier refuses the manifest
-// before any file is looked at.
-TEST_F(ProcessingTest, TextualDowngradeIsRefusedBeforeTheRepairPass) {
-    registry("\"Version\"=\"2.1.0\"\n\"BuildNumber\"=\"1\"\n");
+TEST_F(Downgrade, NewerReleaseWithMoreDigitsIsAnUpgrade) {
+    registry("\"Version\"=\"9.0.0\"\n\"BuildNumber\"=\"1\"\n");
     allowDowngrades_ = false;
-    test::writeFile(installDir() / "VELK.dll", "wrong size!");
-    EXPECT_FALSE(client().processManifest(manifest("2.0.9", "1", {publish("VELK.dll", "lib")})));
-    EXPECT_TRUE(log_.contains("[WARNING] Downgrade detected: 2.0.9 < 2.1.0"));
-    EXPECT_TRUE(log_.contains("[ERROR] Manifest verification failed: Version compatibility check failed"));
-    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "wrong size!");
-    EXPECT_EQ(getInstalledVersion(), "2.1.0");
+    EXPECT_TRUE(client().processManifest(manifest("10.0.0", "1", {publish("VELK.dll", "lib 10")})));
+    EXPECT_TRUE(log_.contains("[INFO] [OK] UPDATE AVAILABLE: Manifest version is newer than installed version"));
+    EXPECT_TRUE(log_.contains("[INFO] Version validation successful: Upgrade: 9.0.0 -> 10.0.0"));
+    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "lib 10");
+    EXPECT_EQ(getInstalledVersion(), "10.0.0");
 }
 
 TEST_F(ProcessingTest, DirectoryInPlaceOfAFileIsAnErrorDuringCheck) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -48,6 +49,7 @@ public:
             });
         });
         http_.Get("/redirect", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/file"); });
+        http_.Get("/redirect-to", [](const httplib::Request& req, httplib::Response& res) { res.set_redirect(req.get_param_value("url")); });
         http_.Get("/loop", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/loop"); });
         http_.Get("/echo", [](const httplib::Request& req, httplib::Response& res) {
             std::string text;
@@ -86,6 +88,32 @@ int closedPort() {
     ::close(fd);
     return ntohs(address.sin_port);
 }
+
+// A loopback listener that never accepts: a connection attempt shows as a pending one.
+class Listener {
+public:
+    Listener() : fd_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::listen(fd_, 4);
+        socklen_t length = sizeof address;
+        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+    }
+    ~Listener() { ::close(fd_); }
+    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
+    // A finished handshake is queued by the kernel before the client's call returns.
+    bool connectionPending() const {
+        pollfd entry{fd_, POLLIN, 0};
+        return ::poll(&entry, 1, 0) > 0;
+    }
+
+private:
+    int fd_;
+    int port_ = 0;
+};
 
 class HttpClientTest : public ::testing::Test {
 protected:
@@ -191,6 +219,32 @@ TEST_F(HttpClientTest, ProgressOnlyWhileTheTotalIsKnown) {
     totals.clear();
     downloadCapturing(server_.url("/chunked"), printed, progress);
     EXPECT_TRUE(totals.empty());
+}
+
+// Manifest URLs choose the scheme; anything but http and https is refused before a
+// connection is made, also when a redirect leads there.
+TEST(SsrfByScheme, OtherSchemesAreRefusedBeforeAnyConnection) {
+    Server server;  // outlives the client, which holds its connection open
+    HttpConfig config;
+    config.requestTimeoutSeconds = 2;  // bounds the wait when a refusal is missing
+    HttpClient client(config);
+    ASSERT_TRUE(client.initialize());
+    test::TempDir dir;
+    test::writeFile(dir / "secret.txt", "local secret");
+    const Listener listener;
+    const std::string redirect = server.url("/redirect-to?url=gopher://" + listener.address() + "/1x");
+    for (const std::string& url : {"gopher://" + listener.address() + "/1selector", "dict://" + listener.address() + "/d:word",
+                                   "file://" + (dir / "secret.txt").string(), redirect}) {
+        SCOPED_TRACE(url);
+        const HttpResponse got = client.get(url, {});
+        EXPECT_EQ(got.body, "");
+        EXPECT_NE(got.error.find("only http and https URLs are allowed"), std::string::npos) << got.error;
+        const HttpResponse downloaded = client.download(url, (dir / "out.tmp").string(), {}, {});
+        EXPECT_EQ(downloaded.error.rfind("Curl error: ", 0), 0u);
+        EXPECT_NE(downloaded.error.find("only http and https URLs are allowed"), std::string::npos);
+        EXPECT_EQ(test::readFile(dir / "out.tmp"), "");
+        EXPECT_FALSE(listener.connectionPending());
+    }
 }
 
 TEST(HttpClientSetup, FailuresBeforeAnyTransfer) {

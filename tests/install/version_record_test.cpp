@@ -73,22 +73,43 @@ TEST_F(VersionRecordTest, CorruptRegistryIsNeverOverwritten) {
     EXPECT_EQ(getInstalledVersion(), "");
     EXPECT_FALSE(setInstalledVersion("2.0.0", "2"));
     EXPECT_EQ(registryText(), corrupt);
+    // Unreadable is told apart from absent, which is an ordinary fresh installation.
+    const auto error = productRecordError();
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->find("registry.reg cannot be read or parsed (error 1009)"), std::string::npos) << *error;
+    test::writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n");
+    EXPECT_FALSE(productRecordError());
+    std::filesystem::remove(root() / "registry.reg");
+    EXPECT_FALSE(productRecordError());
 }
 
-TEST(CompareVersions, OrdersWholeTextsByteByByte) {
-    EXPECT_EQ(compareVersions("1.2.10", "1.2.9"), -1);
-    EXPECT_EQ(compareVersions("1.2.9", "1.2.10"), 1);
-    EXPECT_EQ(compareVersions("1.0", "1.0.0"), -1);
-    EXPECT_EQ(compareVersions("2.0.0", "10.0.0"), 1);
-    EXPECT_EQ(compareVersions("1.0.0", "1.0.0"), 0);
-    EXPECT_EQ(compareVersions("", "0"), -1);
-    EXPECT_EQ(compareVersions("0", ""), 1);
-    EXPECT_EQ(compareVersions("", ""), 0);
-    // Bytes compare unsigned: a non-ASCII byte orders after every ASCII one.
-    EXPECT_EQ(compareVersions("1.0\xC3", "1.0z"), 1);
+// One order for every version gate: numeric components, at least three, unreadable ones 0.
+TEST(VersionOrder, ComponentsCompareAsNumbers) {
+    struct Row {
+        const char* a;
+        const char* b;
+        int order;
+    };
+    for (const Row& row : {
+             Row{"10.0.0", "9.0.0", 1},
+             Row{"1.2.10", "1.2.9", 1},
+             Row{"2.0.0", "10.0.0", -1},
+             Row{"1.10.0", "1.9.0", 1},
+             Row{"1.2.3.4", "1.2.3", 1},
+             Row{"1.0", "1.0.0", 0},
+             Row{"1.2.", "1.2.0", 0},
+             Row{"2.0.0-beta", "2.0.0", 0},
+             Row{" 3.-1", "3.0", -1},
+             Row{"0.0.1", "0.0.0", 1},
+             Row{"99999999999.0", "0.0", 0},
+             Row{"", "0", 0},
+             Row{"1.0.0", "1.0.0", 0},
+         }) {
+        EXPECT_EQ(compareVersionComponents(row.a, row.b), row.order) << row.a << " vs " << row.b;
+    }
 }
 
-TEST_F(VersionRecordTest, ValidateVersionAppliesTheDowngradePolicyToByteOrder) {
+TEST_F(VersionRecordTest, ValidateVersionAppliesTheDowngradePolicyToNumericOrder) {
     EXPECT_EQ(validateVersion("", true).message, "Target version is empty");
     EXPECT_FALSE(validateVersion("", true).valid);
 
@@ -98,18 +119,21 @@ TEST_F(VersionRecordTest, ValidateVersionAppliesTheDowngradePolicyToByteOrder) {
         EXPECT_EQ(fresh.message, "No installed version found - assuming fresh install or legacy version");
     }
 
-    registry("\"Version\"=\"1.2.9\"\n");
-    const ValidationResult allowed = validateVersion("1.2.10", true);
+    registry("\"Version\"=\"10.0.0\"\n");
+    const ValidationResult allowed = validateVersion("9.0.0", true);
     EXPECT_TRUE(allowed.valid);
-    EXPECT_EQ(allowed.message, "Downgrade allowed: 1.2.9 -> 1.2.10");
-    const ValidationResult refused = validateVersion("1.2.10", false);
+    EXPECT_EQ(allowed.message, "Downgrade allowed: 10.0.0 -> 9.0.0");
+    const ValidationResult refused = validateVersion("9.0.0", false);
     EXPECT_FALSE(refused.valid);
     EXPECT_EQ(refused.message,
-              "Downgrade detected: installed version 1.2.9 is newer than target version 1.2.10");
+              "Downgrade detected: installed version 10.0.0 is newer than target version 9.0.0");
     EXPECT_TRUE(refused.missingItems.empty());
 
-    EXPECT_EQ(validateVersion("1.3", false).message, "Upgrade: 1.2.9 -> 1.3");
-    EXPECT_EQ(validateVersion("1.2.9", false).message, "Target version matches installed version (1.2.9)");
+    EXPECT_EQ(validateVersion("10.0.1", false).message, "Upgrade: 10.0.0 -> 10.0.1");
+    EXPECT_EQ(validateVersion("10.0", false).message, "Target version matches installed version (10.0.0)");
+
+    registry("\"Version\"=\"1.2.9\"\n");
+    EXPECT_EQ(validateVersion("1.2.10", false).message, "Upgrade: 1.2.9 -> 1.2.10");
 }
 
 }  // namespace

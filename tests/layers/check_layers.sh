@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fails when a source folder includes a folder that is not below it in the layer order:
-# platform, then logging/crypto/http, then install/manifest, then files/selfupdate, then
-# client, then app.
+# platform, then logging/crypto/http, then install/manifest (manifest builds on install's
+# version order), then files/selfupdate, then client, then app.
 set -u
 src=${1:?usage: check_layers.sh SRC_DIR}
 
@@ -9,10 +9,11 @@ rank() {
     case "$1" in
         platform) echo 0 ;;
         logging | crypto | http) echo 1 ;;
-        install | manifest) echo 2 ;;
-        files | selfupdate) echo 3 ;;
-        client) echo 4 ;;
-        app) echo 5 ;;
+        install) echo 2 ;;
+        manifest) echo 3 ;;
+        files | selfupdate) echo 4 ;;
+        client) echo 5 ;;
+        app) echo 6 ;;
         *) echo "" ;;
     esac
 }

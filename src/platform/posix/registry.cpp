@@ -91,4 +91,11 @@ long getStringValue(const std::string& subKey, const std::string& name, void* da
     return copyOut(bytes, data, size);
 }
 
+std::string describeRegistryError(long status) {
+    if (isRegistryUnreadable(status)) {
+        return RegistryFile::filePath() + " cannot be read or parsed (error " + std::to_string(status) + ")";
+    }
+    return "error " + std::to_string(status);
+}
+
 }  // namespace velk::updater::platform

@@ -18,11 +18,10 @@ namespace {
 
 constexpr const char* kHeader = "Windows Registry Editor Version 5.00";
 
-bool equalsIgnoreCase(const std::string& a, const std::string& b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](unsigned char x, unsigned char y) {
-               return std::tolower(x) == std::tolower(y);
-           });
+// Names compare without regard to ASCII case, as on Windows.
+std::string lowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
 }
 
 // ---- text <-> bytes helpers --------------------------------------------------------------
@@ -246,21 +245,18 @@ std::vector<std::string> logicalLines(std::string text) {
 }  // namespace
 
 const RegistryValue* RegistryKeyData::findValue(const std::string& name) const {
-    for (const auto& value : values) {
-        if (equalsIgnoreCase(value.name, name)) return &value;
-    }
-    return nullptr;
+    const auto found = valueIndex.find(lowerCase(name));
+    return found == valueIndex.end() ? nullptr : &values[found->second];
 }
 
 void RegistryKeyData::setValue(const std::string& name, std::uint32_t type, std::string data) {
-    for (auto& value : values) {
-        if (equalsIgnoreCase(value.name, name)) {
-            value.type = type;
-            value.data = std::move(data);
-            return;
-        }
+    const auto [found, added] = valueIndex.try_emplace(lowerCase(name), values.size());
+    if (added) {
+        values.push_back({name, type, std::move(data)});
+        return;
     }
-    values.push_back({name, type, std::move(data)});
+    values[found->second].type = type;
+    values[found->second].data = std::move(data);
 }
 
 std::string machineKeyPath(const std::string& subKey) { return "HKEY_LOCAL_MACHINE\\" + subKey; }
@@ -352,10 +348,8 @@ bool RegistryFile::save() const {
 }
 
 RegistryKeyData* RegistryFile::findKey(const std::string& path) {
-    for (auto& key : keys_) {
-        if (equalsIgnoreCase(key.path, path)) return &key;
-    }
-    return nullptr;
+    const auto found = keyIndex_.find(lowerCase(path));
+    return found == keyIndex_.end() ? nullptr : &keys_[found->second];
 }
 
 const RegistryKeyData* RegistryFile::findKey(const std::string& path) const {
@@ -363,9 +357,9 @@ const RegistryKeyData* RegistryFile::findKey(const std::string& path) const {
 }
 
 RegistryKeyData& RegistryFile::createKey(const std::string& path) {
-    if (RegistryKeyData* existing = findKey(path)) return *existing;
-    keys_.push_back({path, {}});
-    return keys_.back();
+    const auto [found, added] = keyIndex_.try_emplace(lowerCase(path), keys_.size());
+    if (added) keys_.push_back({path, {}, {}});
+    return keys_[found->second];
 }
 
 }  // namespace velk::updater::platform

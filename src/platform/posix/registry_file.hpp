@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 // The emulated registry: one file, <system root>/registry.reg, in the text format of
@@ -21,6 +22,9 @@ struct RegistryKeyData {
 
     const RegistryValue* findValue(const std::string& name) const;
     void setValue(const std::string& name, std::uint32_t type, std::string data);
+
+    // Value positions by lower-case name, so that reading a large file stays linear.
+    std::unordered_map<std::string, std::size_t> valueIndex;
 };
 
 class RegistryFile {
@@ -41,6 +45,7 @@ public:
 
 private:
     std::vector<RegistryKeyData> keys_;
+    std::unordered_map<std::string, std::size_t> keyIndex_;  // by lower-case path
 };
 
 // "HKEY_LOCAL_MACHINE\\" + subKey.

@@ -69,4 +69,17 @@ long getStringValue(const std::string& subKey, const std::string& name, void* da
     return status;
 }
 
+std::string describeRegistryError(long status) {
+    char* text = nullptr;
+    const DWORD length = FormatMessageA(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+        static_cast<DWORD>(status), 0, reinterpret_cast<char*>(&text), 0, nullptr);
+    std::string message = length > 0 ? std::string(text, length) : std::string();
+    LocalFree(text);
+    while (!message.empty() && (message.back() == '\r' || message.back() == '\n' || message.back() == ' ')) {
+        message.pop_back();
+    }
+    return (message.empty() ? "registry error" : message) + " (error " + std::to_string(status) + ")";
+}
+
 }  // namespace velk::updater::platform
