@@ -15,7 +15,8 @@ else()
     find_package(LibArchive REQUIRED)
 endif()
 
-if(NOT WIN32 AND (VELK_BUILD_TESTS OR VELK_BUILD_BENCH))
+if(NOT WIN32)
+    # The local update server (tools/) is built in every Linux build, tests or not.
     # Debian builds cpp-httplib as a shared library with TLS and compression on; its
     # compile definitions must match the library or it crashes at run time.
     pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
