@@ -241,8 +241,9 @@ protected:
     // Version 2.1.0 signed by `signer`, naming `named` as its key.
     static json signedBy(const SigningKey& signer, const SigningKey& named, const std::string& version = "2.1.0") {
         json doc = document(version);
-        doc["signature"] = {
-            {"algorithm", signer.algorithm()}, {"public_key", named.publicKey()}, {"signature", signer.sign(signedText(doc))}};
+        doc["signature"] = {{"algorithm", signer.algorithm()},
+                            {"public_key", named.publicKey()},
+                            {"signature", signer.sign(signedText(doc))}};
         return doc;
     }
 
@@ -333,7 +334,8 @@ TEST_F(Rollback, OlderSignedManifestIsRefusedUnlessForced) {
         EXPECT_EQ(result.valid, c.accepted) << c.installedVersion << " <- " << c.manifestVersion;
         EXPECT_EQ(result.errorMessage, c.accepted ? "" : "Rollback refused");
     }
-    EXPECT_TRUE(log_.contains("[WARNING] Rollback refused: release 9.0.0 is older than installed 10.0.0 (--force installs it)"));
+    EXPECT_TRUE(
+        log_.contains("[WARNING] Rollback refused: release 9.0.0 is older than installed 10.0.0 (--force installs it)"));
 }
 
 // The verifier's byte order, the analysis's numeric order and their disagreement.
