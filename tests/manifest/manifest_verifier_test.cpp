@@ -226,16 +226,17 @@ private:
 class ReleaseTrust : public VerifierTest {
 protected:
     static void SetUpTestSuite() {
-        vendor_ = new Ed25519Key;
-        vendorRsa_ = new RsaKey;
-        attacker_ = new Ed25519Key;
-        attackerRsa_ = new RsaKey;
+        ASSERT_GE(sodium_init(), 0);
+        vendor_ = std::make_unique<Ed25519Key>();
+        vendorRsa_ = std::make_unique<RsaKey>();
+        attacker_ = std::make_unique<Ed25519Key>();
+        attackerRsa_ = std::make_unique<RsaKey>();
     }
     static void TearDownTestSuite() {
-        delete vendor_;
-        delete vendorRsa_;
-        delete attacker_;
-        delete attackerRsa_;
+        vendor_.reset();
+        vendorRsa_.reset();
+        attacker_.reset();
+        attackerRsa_.reset();
     }
 
     // Version 2.1.0 signed by `signer`, naming `named` as its key.
@@ -267,10 +268,10 @@ protected:
         }
     }
 
-    static inline Ed25519Key* vendor_ = nullptr;
-    static inline RsaKey* vendorRsa_ = nullptr;
-    static inline Ed25519Key* attacker_ = nullptr;
-    static inline RsaKey* attackerRsa_ = nullptr;
+    static inline std::unique_ptr<Ed25519Key> vendor_;
+    static inline std::unique_ptr<RsaKey> vendorRsa_;
+    static inline std::unique_ptr<Ed25519Key> attacker_;
+    static inline std::unique_ptr<RsaKey> attackerRsa_;
 };
 using KeySubstitution = ReleaseTrust;
 using UnsignedManifest = ReleaseTrust;
