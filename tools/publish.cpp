@@ -4,12 +4,15 @@
 //
 //   velk_publish --release DIR --out DIR --version V [--build N] [--commit C]
 //                [--channel NAME] [--minimum-version V] [--url-base URL] [--zip] [--backup]
-//                [--sign-ed25519 SEEDFILE | --sign-rsa KEY.pem] [--print-public-key]
+//                [--sign-ed25519 KEYFILE | --sign-rsa KEY.pem]
+//   velk_publish [--sign-ed25519 KEYFILE | --sign-rsa KEY.pem] --print-public-key
 //
 // Entries get the file's name, its size and SHA-256, its path below the release directory
 // as target path, and the URL "files/<path>" (absolute when --url-base is given). The
-// manifest is always signed: with the Ed25519 seed in SEEDFILE (32 bytes, base64), with
-// an RSA private key in PEM form, or else with a key made for this one release.
+// manifest is always signed: with the Ed25519 seed in KEYFILE (32 bytes, base64; default
+// velk_release_ed25519.key in the working directory, made on first use and kept, so every
+// release is signed by the key the updater pins), or with an RSA private key in PEM form.
+// The public key to pin (VELK_RELEASE_PUBLIC_KEY or VELK_RELEASE_RSA_PUBLIC_KEY) is printed.
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -46,8 +49,9 @@ struct Options {
     std::string urlBase;
     bool zip = false;
     bool backup = false;
-    std::string ed25519SeedFile;
+    std::string ed25519SeedFile = "velk_release_ed25519.key";
     std::string rsaKeyFile;
+    bool printPublicKey = false;
 };
 
 struct Entry {
@@ -78,9 +82,10 @@ bool parseArgs(int argc, char* argv[], Options& o) {
         else if (arg == "--sign-rsa") o.rsaKeyFile = value();
         else if (arg == "--zip") o.zip = true;
         else if (arg == "--backup") o.backup = true;
+        else if (arg == "--print-public-key") o.printPublicKey = true;
         else return false;
     }
-    return !o.release.empty() && !o.out.empty() && !o.version.empty();
+    return o.printPublicKey || (!o.release.empty() && !o.out.empty() && !o.version.empty());
 }
 
 std::string toHex(const unsigned char* bytes, std::size_t length) {
@@ -163,23 +168,38 @@ struct Signed {
     std::string signature;  // base64
 };
 
+// The signing key's seed, made once when the key file does not exist yet. The file is the
+// vendor's secret: readable by its owner only, and never to be committed.
+void loadOrCreateSeed(const std::string& seedFile, unsigned char (&seed)[crypto_sign_SEEDBYTES]) {
+    if (!fs::exists(seedFile)) {
+        randombytes_buf(seed, sizeof seed);
+        {
+            std::ofstream out(seedFile, std::ios::binary);
+            out << base64(std::string(reinterpret_cast<char*>(seed), sizeof seed)) << "\n";
+            if (!out) fail("cannot write " + seedFile);
+        }
+        fs::permissions(seedFile, fs::perms::owner_read | fs::perms::owner_write);
+        std::cerr << "Created release signing key " << seedFile << " (keep it secret, do not commit it)\n";
+        return;
+    }
+    const std::string text = readText(seedFile);
+    std::size_t length = 0;
+    if (sodium_base642bin(seed, sizeof seed, text.c_str(), text.size(), nullptr, &length, nullptr,
+                          sodium_base64_VARIANT_ORIGINAL) != 0 || length != sizeof seed) {
+        fail("the Ed25519 seed must be 32 bytes in base64");
+    }
+}
+
 Signed signEd25519(const std::string& message, const std::string& seedFile) {
     unsigned char seed[crypto_sign_SEEDBYTES];
-    if (seedFile.empty()) {
-        randombytes_buf(seed, sizeof seed);
-    } else {
-        const std::string text = readText(seedFile);
-        std::size_t length = 0;
-        if (sodium_base642bin(seed, sizeof seed, text.c_str(), text.size(), nullptr, &length, nullptr,
-                              sodium_base64_VARIANT_ORIGINAL) != 0 || length != sizeof seed) {
-            fail("the Ed25519 seed must be 32 bytes in base64");
-        }
-    }
+    loadOrCreateSeed(seedFile, seed);
     unsigned char publicKey[crypto_sign_PUBLICKEYBYTES], secretKey[crypto_sign_SECRETKEYBYTES];
     crypto_sign_seed_keypair(publicKey, secretKey, seed);
+    sodium_memzero(seed, sizeof seed);
     unsigned char signature[crypto_sign_BYTES];
     crypto_sign_detached(signature, nullptr, reinterpret_cast<const unsigned char*>(message.data()),
                          message.size(), secretKey);
+    sodium_memzero(secretKey, sizeof secretKey);
     return {"Ed25519", base64(std::string(reinterpret_cast<char*>(publicKey), sizeof publicKey)),
             base64(std::string(reinterpret_cast<char*>(signature), sizeof signature))};
 }
@@ -217,6 +237,16 @@ std::string isoNow() {
     return text;
 }
 
+Signed sign(const std::string& message, const Options& o) {
+    return o.rsaKeyFile.empty() ? signEd25519(message, o.ed25519SeedFile) : signRsa(message, o.rsaKeyFile);
+}
+
+// The build setting that makes an updater trust this signature's key.
+std::string pinSetting(const Signed& sig) {
+    const char* name = sig.algorithm == "Ed25519" ? "VELK_RELEASE_PUBLIC_KEY" : "VELK_RELEASE_RSA_PUBLIC_KEY";
+    return std::string(name) + "=" + sig.publicKey;
+}
+
 void publish(const Options& o) {
     const auto entries = collect(o.release);
     if (entries.empty()) fail("no files in " + o.release.string());
@@ -243,7 +273,7 @@ void publish(const Options& o) {
         signedText += entry.name + entry.sha256 + std::to_string(entry.size);
     }
 
-    const Signed sig = o.rsaKeyFile.empty() ? signEd25519(signedText, o.ed25519SeedFile) : signRsa(signedText, o.rsaKeyFile);
+    const Signed sig = sign(signedText, o);
     json manifest = {{"version", o.version},          {"release_date", isoNow()},
                      {"build_number", o.build},       {"git_commit", o.commit},
                      {"channel", o.channel},          {"minimum_version", o.minimumVersion},
@@ -260,6 +290,7 @@ void publish(const Options& o) {
     std::ofstream(sibling) << document.dump(2) << "\n";
     fs::rename(sibling, target);
     std::cout << "Published " << entries.size() << " files of version " << o.version << " to " << target.string() << "\n";
+    std::cout << "Signed with " << sig.algorithm << "; pin it in the updater's build: -D" << pinSetting(sig) << "\n";
 }
 
 }  // namespace
@@ -270,10 +301,15 @@ int main(int argc, char* argv[]) {
         if (!parseArgs(argc, argv, options)) {
             std::cerr << "usage: velk_publish --release DIR --out DIR --version V [--build N] [--commit C]\n"
                          "       [--channel NAME] [--minimum-version V] [--url-base URL] [--zip] [--backup]\n"
-                         "       [--sign-ed25519 SEEDFILE | --sign-rsa KEY.pem]\n";
+                         "       [--sign-ed25519 KEYFILE | --sign-rsa KEY.pem]\n"
+                         "       velk_publish [--sign-ed25519 KEYFILE | --sign-rsa KEY.pem] --print-public-key\n";
             return 2;
         }
         if (sodium_init() < 0) fail("libsodium failed to start");
+        if (options.printPublicKey) {
+            std::cout << sign("", options).publicKey << "\n";
+            return 0;
+        }
         publish(options);
         return 0;
     } catch (const std::exception& error) {

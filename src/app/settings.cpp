@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "app/release_keys.hpp"
 #include "install/installation.hpp"
 #include "install/logging_settings.hpp"
 #include "platform/process.hpp"
@@ -55,13 +56,16 @@ LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& i
 
 ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
                                           const std::string& installedBuildNumber) {
+    const ReleaseKeys keys = pinnedReleaseKeys();
     ManifestVerifierConfig config;
-    config.publicKey.clear();
+    config.publicKey = keys.ed25519PublicKey;
+    config.rsaPublicKey = keys.rsaPublicKey;
     config.currentVersion = installedVersion;
     config.currentBuildNumber = installedBuildNumber;
     config.channel = options.channel;
-    config.requireSignature = false;
+    config.requireSignature = keys.pinned();
     config.allowDowngrades = !(options.disableDowngrades && !options.force);
+    config.allowRollback = options.force;
     return config;
 }
 

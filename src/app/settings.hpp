@@ -19,7 +19,8 @@ FileUpdaterConfig makeFileUpdaterConfig(const UpdaterConfig& options);
 // The logger settings of a run, from the options and the registry switches.
 LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& installDirectory);
 
-// The verifier settings of a run: downgrades are refused only when disabled and not forced.
+// The verifier settings of a run: downgrades are refused only when disabled and not forced;
+// the build's pinned release keys, and rollbacks allowed only when forced.
 ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
                                           const std::string& installedBuildNumber);
 

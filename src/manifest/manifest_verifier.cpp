@@ -6,6 +6,14 @@
 
 namespace velk::updater {
 
+namespace {
+
+bool keyPinned(const ManifestVerifierConfig& config) {
+    return !config.publicKey.empty() || !config.rsaPublicKey.empty();
+}
+
+}  // namespace
+
 std::string signedManifestText(const Manifest& manifest) {
     std::string text = manifest.version + manifest.build_number + manifest.git_commit;
     for (const auto& file : manifest.files) text += file.name + file.sha256 + std::to_string(file.size);
@@ -40,7 +48,7 @@ VerificationResult ManifestVerifier::parseAndVerify(const std::string& manifestJ
     result.structureValid = true;
     result.manifestVersion = manifest->version;
 
-    if (impl_->config.requireSignature) {
+    if (impl_->config.requireSignature || keyPinned(impl_->config)) {
         if (!verifyManifestSignature(*manifest)) return reject("Signature verification failed");
         result.signatureValid = true;
         logger.info("Manifest signature verified successfully");
@@ -49,6 +57,7 @@ VerificationResult ManifestVerifier::parseAndVerify(const std::string& manifestJ
         logger.warning("Signature verification is disabled");
     }
 
+    if (!checkRollback(*manifest)) return reject("Rollback refused");
     if (!checkVersionCompatibility(*manifest)) return reject("Version compatibility check failed");
 
     result.valid = true;
@@ -71,8 +80,11 @@ bool ManifestVerifier::verifyManifestSignature(const Manifest& manifest) const {
 
     std::string key;
     if (signature.algorithm == "RSA-SHA256") {
-        key = signature.public_key;
-        if (key.empty()) return fail("RSA public key not present in manifest");
+        // The manifest names its key only so that a mismatch can be reported; trust comes
+        // from the pinned key, and the signature is checked with that one.
+        key = impl_->config.rsaPublicKey;
+        if (key.empty()) return fail("RSA public key not configured");
+        if (signature.public_key != key) return fail("RSA public key in manifest is not the pinned release key");
     } else if (signature.algorithm == "Ed25519") {
         key = impl_->config.publicKey;
         if (key.empty()) return fail("Ed25519 public key not configured");
@@ -102,6 +114,15 @@ bool ManifestVerifier::checkVersionCompatibility(const Manifest& manifest) const
         return false;
     }
     return true;
+}
+
+bool ManifestVerifier::checkRollback(const Manifest& manifest) const {
+    const ManifestVerifierConfig& config = impl_->config;
+    if (!keyPinned(config) || config.allowRollback || config.currentVersion.empty()) return true;
+    if (compareVersionComponents(manifest.version, config.currentVersion) >= 0) return true;
+    impl_->logger.warning("Rollback refused: release " + manifest.version + " is older than installed " +
+                          config.currentVersion + " (--force installs it)");
+    return false;
 }
 
 }  // namespace velk::updater

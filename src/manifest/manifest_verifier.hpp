@@ -10,13 +10,17 @@
 
 namespace velk::updater {
 
+// With either release key pinned, every manifest must be signed by a pinned key, whatever
+// `requireSignature` says; the keys a manifest carries are never trusted.
 struct ManifestVerifierConfig {
-    std::string publicKey;  // base64 Ed25519 key used when a manifest names "Ed25519"
+    std::string publicKey;     // pinned base64 Ed25519 release key
+    std::string rsaPublicKey;  // pinned base64 DER RSA release key; empty: no RSA manifest is accepted
     std::string currentVersion;
     std::string currentBuildNumber;
     std::string channel = "stable";
     bool requireSignature = false;
     bool allowDowngrades = true;
+    bool allowRollback = false;  // with a key pinned: accept a release older than the installed one
 };
 
 struct VerificationStatus {
@@ -52,6 +56,9 @@ public:
 
     bool verifyManifestSignature(const Manifest& manifest) const;
     bool checkVersionCompatibility(const Manifest& manifest) const;
+    // With a key pinned, an older release is refused unless rollbacks are allowed: an old
+    // signed manifest replayed by a mirror must not bring back fixed vulnerabilities.
+    bool checkRollback(const Manifest& manifest) const;
 
 private:
     struct Impl;

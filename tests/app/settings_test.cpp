@@ -54,8 +54,10 @@ TEST(VerifierSettings, DowngradesAreRefusedOnlyWhenDisabledAndNotForced) {
     EXPECT_EQ(refused.channel, "test");
     EXPECT_FALSE(refused.requireSignature);
     EXPECT_TRUE(refused.publicKey.empty());
+    EXPECT_FALSE(refused.allowRollback);
     options.force = true;
     EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowDowngrades);
+    EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowRollback);
 }
 
 }  // namespace

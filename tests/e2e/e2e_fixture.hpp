@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -32,7 +33,8 @@ protected:
     }
     std::string registryText() const { return readFile(root() / "registry.reg"); }
 
-    // Publishes a release of the given files (relative path -> content) as channel `channel`.
+    // Publishes a release of the given files (relative path -> content), signed with a key
+    // of this test's own unless `extra` names one.
     void publish(const std::string& version, const std::string& build, const std::map<std::string, std::string>& files,
                  const std::vector<std::string>& extra = {}) {
         const fs::path release = dir_ / ("release-" + version + "-" + build);
@@ -41,6 +43,10 @@ protected:
         std::vector<std::string> args{"--release", release.string(), "--out", site().string(), "--version", version,
                                       "--build", build};
         args.insert(args.end(), extra.begin(), extra.end());
+        const bool keyGiven = std::any_of(extra.begin(), extra.end(), [](const std::string& arg) {
+            return arg.rfind("--sign-", 0) == 0;
+        });
+        if (!keyGiven) args.insert(args.end(), {"--sign-ed25519", (dir_ / "publisher.key").string()});
         const ProcessResult result = runProcess(builtProgram("velk_publish"), args);
         ASSERT_EQ(result.exitCode, 0) << result.err;
     }
@@ -55,10 +61,11 @@ protected:
     }
     fs::path rules() const { return dir_ / "rules.txt"; }
 
-    ProcessResult run(const std::vector<std::string>& args, std::map<std::string, std::string> env = {}) {
+    ProcessResult run(const std::vector<std::string>& args, std::map<std::string, std::string> env = {},
+                      const std::string& program = "VELK_Updater") {
         env["VELK_SYSTEM_ROOT"] = root().string();
         env["TMPDIR"] = tmp().string();
-        return runProcess(builtProgram("VELK_Updater"), args, ProcessOptions{env, "", ""});
+        return runProcess(builtProgram(program), args, ProcessOptions{env, "", ""});
     }
 
     std::vector<std::string> logLines() const {

@@ -95,35 +95,6 @@ TEST_F(VerifierTest, Ed25519SignatureGuardsEveryHashAndTheFileOrder) {
     EXPECT_EQ(verifier.getCurrentManifest()->files[0].name, "VELK.dll");
 }
 
-TEST_F(VerifierTest, RsaSignatureUsesTheKeyInTheManifest) {
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_RSA_gen(2048), EVP_PKEY_free);
-    ASSERT_TRUE(key);
-    unsigned char* der = nullptr;
-    const int derLength = i2d_PUBKEY(key.get(), &der);
-    const std::string publicKey(reinterpret_cast<char*>(der), static_cast<std::size_t>(derLength));
-    OPENSSL_free(der);
-
-    json doc = document("2.1.0");
-    const std::string message = signedText(doc);
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-    std::size_t length = 0;
-    ASSERT_EQ(EVP_DigestSignInit(ctx.get(), nullptr, EVP_sha256(), nullptr, key.get()), 1);
-    ASSERT_EQ(EVP_DigestSign(ctx.get(), nullptr, &length, reinterpret_cast<const unsigned char*>(message.data()),
-                             message.size()), 1);
-    std::string signature(length, '\0');
-    ASSERT_EQ(EVP_DigestSign(ctx.get(), reinterpret_cast<unsigned char*>(signature.data()), &length,
-                             reinterpret_cast<const unsigned char*>(message.data()), message.size()), 1);
-    doc["signature"] = {{"algorithm", "RSA-SHA256"}, {"public_key", base64(publicKey)}, {"signature", base64(signature)}};
-
-    ManifestVerifierConfig config = installed("2.0.0", "1", true);
-    config.requireSignature = true;
-    ManifestVerifier verifier = make(config);
-    EXPECT_TRUE(verifier.parseAndVerify(doc.dump()).valid);
-    json tampered = doc;
-    tampered["manifest"]["files"][0]["sha256"] = "d00e";
-    EXPECT_FALSE(verifier.parseAndVerify(tampered.dump()).valid);
-}
-
 TEST_F(VerifierTest, SignatureSettingsProblemsAreRejections) {
     ManifestVerifierConfig config = installed("2.0.0", "1", true);
     config.requireSignature = true;
@@ -208,6 +179,175 @@ TEST_F(VerifierTest, VersionGatesCompareNumericComponents) {
     log_.clear();
     EXPECT_TRUE(allowing.analyzeVersionComparison());
     EXPECT_TRUE(log_.contains("[INFO] Version comparison: 9.0.0 vs 10.0.0 = OLDER"));
+}
+
+// A release signing key as its owner holds it.
+class SigningKey {
+public:
+    virtual ~SigningKey() = default;
+    virtual std::string algorithm() const = 0;
+    virtual std::string publicKey() const = 0;  // base64, as pinned and as named in a manifest
+    virtual std::string sign(const std::string& message) const = 0;  // base64
+};
+
+class Ed25519Key : public SigningKey {
+public:
+    Ed25519Key() { crypto_sign_keypair(public_, secret_); }
+    std::string algorithm() const override { return "Ed25519"; }
+    std::string publicKey() const override { return base64(std::string(reinterpret_cast<const char*>(public_), 32)); }
+    std::string sign(const std::string& message) const override {
+        unsigned char signature[crypto_sign_BYTES];
+        crypto_sign_detached(signature, nullptr, reinterpret_cast<const unsigned char*>(message.data()),
+                             message.size(), secret_);
+        return base64(std::string(reinterpret_cast<char*>(signature), sizeof signature));
+    }
+
+private:
+    unsigned char public_[crypto_sign_PUBLICKEYBYTES];
+    unsigned char secret_[crypto_sign_SECRETKEYBYTES];
+};
+
+class RsaKey : public SigningKey {
+public:
+    RsaKey() : key_(EVP_RSA_gen(2048), EVP_PKEY_free) {}
+    std::string algorithm() const override { return "RSA-SHA256"; }
+    std::string publicKey() const override {
+        unsigned char* der = nullptr;
+        const int length = i2d_PUBKEY(key_.get(), &der);
+        const std::string bytes(reinterpret_cast<char*>(der), static_cast<std::size_t>(length));
+        OPENSSL_free(der);
+        return base64(bytes);
+    }
+    std::string sign(const std::string& message) const override {
+        std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(message.data());
+        std::size_t length = 0;
+        EVP_DigestSignInit(ctx.get(), nullptr, EVP_sha256(), nullptr, key_.get());
+        EVP_DigestSign(ctx.get(), nullptr, &length, bytes, message.size());
+        std::string signature(length, '\0');
+        EVP_DigestSign(ctx.get(), reinterpret_cast<unsigned char*>(signature.data()), &length, bytes, message.size());
+        return base64(signature);
+    }
+
+private:
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key_;
+};
+
+// A vendor with pinned Ed25519 and RSA keys, and an attacker with keys of its own.
+class ReleaseTrust : public VerifierTest {
+protected:
+    static void SetUpTestSuite() {
+        ASSERT_GE(sodium_init(), 0);
+        vendor_ = std::make_unique<Ed25519Key>();
+        vendorRsa_ = std::make_unique<RsaKey>();
+        attacker_ = std::make_unique<Ed25519Key>();
+        attackerRsa_ = std::make_unique<RsaKey>();
+    }
+    static void TearDownTestSuite() {
+        vendor_.reset();
+        vendorRsa_.reset();
+        attacker_.reset();
+        attackerRsa_.reset();
+    }
+
+    // Version 2.1.0 signed by `signer`, naming `named` as its key.
+    static json signedBy(const SigningKey& signer, const SigningKey& named, const std::string& version = "2.1.0") {
+        json doc = document(version);
+        doc["signature"] = {{"algorithm", signer.algorithm()},
+                            {"public_key", named.publicKey()},
+                            {"signature", signer.sign(signedText(doc))}};
+        return doc;
+    }
+
+    struct Case {
+        std::string what;
+        json document;
+        std::string pinnedEd25519;
+        std::string pinnedRsa;
+        bool accepted;
+        std::string logLine;
+    };
+    void expectVerdicts(const std::vector<Case>& cases) {
+        for (const Case& c : cases) {
+            ManifestVerifierConfig config = installed("2.0.0", "1", true);
+            config.publicKey = c.pinnedEd25519;
+            config.rsaPublicKey = c.pinnedRsa;
+            log_.clear();
+            const VerificationResult result = make(config).parseAndVerify(c.document.dump());
+            EXPECT_EQ(result.valid, c.accepted) << c.what;
+            EXPECT_TRUE(log_.contains(c.logLine)) << c.what << ": " << ::testing::PrintToString(log_.lines());
+        }
+    }
+
+    static inline std::unique_ptr<Ed25519Key> vendor_;
+    static inline std::unique_ptr<RsaKey> vendorRsa_;
+    static inline std::unique_ptr<Ed25519Key> attacker_;
+    static inline std::unique_ptr<RsaKey> attackerRsa_;
+};
+using KeySubstitution = ReleaseTrust;
+using UnsignedManifest = ReleaseTrust;
+using Rollback = ReleaseTrust;
+
+TEST_F(KeySubstitution, ManifestOwnRsaKeyIsRefused) {
+    const std::string ed = vendor_->publicKey(), rsa = vendorRsa_->publicKey();
+    expectVerdicts({
+        {"attacker's RSA key", signedBy(*attackerRsa_, *attackerRsa_), ed, rsa, false,
+         "[ERROR] RSA public key in manifest is not the pinned release key"},
+        {"no RSA key pinned", signedBy(*attackerRsa_, *attackerRsa_), ed, "", false,
+         "[ERROR] RSA public key not configured"},
+        {"vendor's key named, attacker's signature", signedBy(*attackerRsa_, *vendorRsa_), ed, rsa, false,
+         "[ERROR] Signature verification failed: RSA signature verification failed"},
+        {"vendor's RSA signature", signedBy(*vendorRsa_, *vendorRsa_), ed, rsa, true,
+         "[INFO] Signature verified successfully using RSA-SHA256"},
+    });
+}
+
+TEST_F(KeySubstitution, ManifestSignedWithAnotherEd25519KeyIsRefused) {
+    const std::string ed = vendor_->publicKey();
+    expectVerdicts({
+        {"attacker's key named", signedBy(*attacker_, *attacker_), ed, "", false,
+         "[ERROR] Signature verification failed: Signature verification failed"},
+        {"vendor's key named", signedBy(*attacker_, *vendor_), ed, "", false,
+         "[ERROR] Signature verification failed: Signature verification failed"},
+        {"vendor's signature", signedBy(*vendor_, *vendor_), ed, "", true,
+         "[INFO] Signature verified successfully using Ed25519"},
+    });
+}
+
+TEST_F(UnsignedManifest, IsRefusedByAPinnedBuild) {
+    // The placeholder signature record of document() signs nothing; requireSignature stays
+    // off, as pinning a key alone must turn checking on.
+    expectVerdicts({
+        {"Ed25519 key pinned", document("2.1.0"), vendor_->publicKey(), "", false,
+         "[ERROR] Signature verification failed: Invalid signature size"},
+        {"only an RSA key pinned", document("2.1.0"), "", vendorRsa_->publicKey(), false,
+         "[ERROR] Ed25519 public key not configured"},
+        {"nothing pinned", document("2.1.0"), "", "", true, "[WARNING] Signature verification is disabled"},
+    });
+}
+
+TEST_F(Rollback, OlderSignedManifestIsRefusedUnlessForced) {
+    struct RollbackCase {
+        std::string installedVersion, manifestVersion;
+        bool allowRollback;
+        bool accepted;
+    };
+    for (const RollbackCase& c : std::vector<RollbackCase>{
+             {"10.0.0", "9.0.0", false, false},
+             {"10.0.0", "9.0.0", true, true},
+             {"9.0.0", "10.0.0", false, true},
+             {"2.1.0", "2.1.0", false, true},
+         }) {
+        ManifestVerifierConfig config = installed(c.installedVersion, "1", true);
+        config.publicKey = vendor_->publicKey();
+        config.allowRollback = c.allowRollback;
+        const VerificationResult result =
+            make(config).parseAndVerify(signedBy(*vendor_, *vendor_, c.manifestVersion).dump());
+        EXPECT_EQ(result.valid, c.accepted) << c.installedVersion << " <- " << c.manifestVersion;
+        EXPECT_EQ(result.errorMessage, c.accepted ? "" : "Rollback refused");
+    }
+    EXPECT_TRUE(
+        log_.contains("[WARNING] Rollback refused: release 9.0.0 is older than installed 10.0.0 (--force installs it)"));
 }
 
 TEST_F(VerifierTest, SameVersionLetsTheBuildDecide) {

@@ -72,7 +72,8 @@ protected:
         std::vector<std::string> args{"--release", (dir_ / "release").string(), "--out", (dir_ / "site").string(),
                                       "--version", "2.1.0", "--build", "1234", "--commit", "abc123"};
         args.insert(args.end(), extra.begin(), extra.end());
-        return runProcess(builtProgram("velk_publish"), args);
+        // In the temporary folder, where the default signing key file is made.
+        return runProcess(builtProgram("velk_publish"), args, ProcessOptions{{}, dir_.str(), ""});
     }
     json manifestDocument(const std::string& name = "manifest.json") {
         return json::parse(readFile(dir_ / "site" / name));
@@ -133,6 +134,23 @@ TEST_F(PublishTest, GivenSeedGivesTheSameKeyAndUrlBaseMakesUrlsAbsolute) {
     const json document = manifestDocument();
     EXPECT_EQ(decode64(document["signature"]["public_key"]), std::string(reinterpret_cast<char*>(publicKey), 32));
     EXPECT_EQ(document["manifest"]["files"][0]["url"], "http://h:1/files/VELK.dll");
+}
+
+// Every release must be signed by the one key the updater pins, so the default key is made
+// once, kept in its file for its owner alone, and printed for the build setting.
+TEST_F(PublishTest, DefaultKeyIsMadeOnceAndPrintedForPinning) {
+    const ProcessResult first = publish({});
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    const std::string key = manifestDocument()["signature"]["public_key"];
+    EXPECT_NE(first.out.find("-DVELK_RELEASE_PUBLIC_KEY=" + key + "\n"), std::string::npos) << first.out;
+    const fs::path keyFile = dir_ / "velk_release_ed25519.key";
+    EXPECT_EQ(fs::status(keyFile).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+
+    ASSERT_EQ(publish({}).exitCode, 0);
+    EXPECT_EQ(manifestDocument()["signature"]["public_key"], key);
+    const ProcessResult printed = runProcess(builtProgram("velk_publish"), {"--print-public-key"},
+                                             ProcessOptions{{}, dir_.str(), ""});
+    EXPECT_EQ(printed.out, key + "\n");
 }
 
 TEST_F(PublishTest, RsaSignatureVerifiesWithTheEmbeddedKey) {
