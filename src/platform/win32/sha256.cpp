@@ -1,0 +1,94 @@
+#include "platform/sha256.hpp"
+
+#include <bcrypt.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace velk::updater::platform {
+namespace {
+
+// One owner per CNG handle kind, closed on every path.
+class AlgorithmHandle {
+  public:
+    AlgorithmHandle() {
+        if (BCryptOpenAlgorithmProvider(&handle_, BCRYPT_SHA256_ALGORITHM, nullptr, 0) < 0)
+            handle_ = nullptr;
+    }
+    ~AlgorithmHandle() {
+        if (handle_ != nullptr) BCryptCloseAlgorithmProvider(handle_, 0);
+    }
+    AlgorithmHandle(const AlgorithmHandle&) = delete;
+    AlgorithmHandle& operator=(const AlgorithmHandle&) = delete;
+    BCRYPT_ALG_HANDLE get() const { return handle_; }
+
+  private:
+    BCRYPT_ALG_HANDLE handle_ = nullptr;
+};
+
+class HashHandle {
+  public:
+    explicit HashHandle(BCRYPT_ALG_HANDLE algorithm) {
+        // The object buffer is left to CNG (null, 0), which Windows 7 and later allow.
+        if (algorithm == nullptr ||
+            BCryptCreateHash(algorithm, &handle_, nullptr, 0, nullptr, 0, 0) < 0) {
+            handle_ = nullptr;
+        }
+    }
+    ~HashHandle() {
+        if (handle_ != nullptr) BCryptDestroyHash(handle_);
+    }
+    HashHandle(const HashHandle&) = delete;
+    HashHandle& operator=(const HashHandle&) = delete;
+    BCRYPT_HASH_HANDLE get() const { return handle_; }
+
+  private:
+    BCRYPT_HASH_HANDLE handle_ = nullptr;
+};
+
+}  // namespace
+
+struct Sha256::Impl {
+    AlgorithmHandle algorithm;
+    HashHandle hash{algorithm.get()};
+    bool ok = hash.get() != nullptr;
+};
+
+Sha256::Sha256() : impl_(std::make_unique<Impl>()) {}
+
+Sha256::~Sha256() = default;
+
+bool Sha256::ready() const { return impl_->ok; }
+
+bool Sha256::update(const void* data, std::size_t size) {
+    // CNG takes at most a ULONG of bytes per call.
+    const auto* bytes = static_cast<const UCHAR*>(data);
+    while (impl_->ok && size > 0) {
+        const ULONG piece =
+            static_cast<ULONG>(std::min<std::size_t>(size, std::numeric_limits<ULONG>::max()));
+        impl_->ok = BCryptHashData(impl_->hash.get(), const_cast<PUCHAR>(bytes), piece, 0) >= 0;
+        bytes += piece;
+        size -= piece;
+    }
+    return impl_->ok;
+}
+
+std::optional<Sha256Digest> Sha256::finish() {
+    if (!impl_->ok) return std::nullopt;
+    impl_->ok = false;  // a finished hash takes no more bytes
+    Sha256Digest digest{};
+    if (BCryptFinishHash(impl_->hash.get(), digest.data(), static_cast<ULONG>(digest.size()), 0) <
+        0) {
+        return std::nullopt;
+    }
+    return digest;
+}
+
+std::optional<Sha256Digest> sha256Of(const void* data, std::size_t size) {
+    Sha256 hash;
+    if (!hash.update(data, size)) return std::nullopt;
+    return hash.finish();
+}
+
+}  // namespace velk::updater::platform
