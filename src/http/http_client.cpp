@@ -52,7 +52,7 @@ private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-void debugLine(const std::string& text) { std::cout << "[HTTP DEBUG] " << text << std::endl; }
+void debugLine(const std::string& text) { std::cout << ("[HTTP DEBUG] " + text + "\n") << std::flush; }
 
 }  // namespace
 
