@@ -1,5 +1,6 @@
 #include "logging/logger.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <filesystem>
@@ -45,7 +46,18 @@ constexpr std::pair<std::string_view, Field> kPlaceholders[] = {{"{timestamp}", 
                                                                  {"{message}", Field::Message},
                                                                  {"{thread}", Field::Thread}};
 
-bool hasBrace(std::string_view text) { return text.find_first_of("{}") != std::string_view::npos; }
+bool hasBrace(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), [](char c) { return c == '{' || c == '}'; });
+}
+
+// One quick pass that clears most texts: no byte below 0x20 or from '{' (0x7B) up means
+// no control character, no brace and no UTF-8 to look at.
+bool isPlainText(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte >= 0x20 && byte < 0x7B;
+    });
+}
 
 // The pattern cut once into literal text and fields. Each placeholder is replaced
 // only at its first occurrence (and the timestamp and thread only when enabled); later
@@ -139,7 +151,9 @@ std::string formatTimestamp(std::chrono::system_clock::time_point time, const st
 }
 
 struct Logger::Impl {
-    explicit Impl(const LoggerConfig& config) : config(config), pattern(compilePattern(config)) {}
+    explicit Impl(const LoggerConfig& config) : config(config), pattern(compilePattern(config)) {
+        queue.reserve(kQueueReserve);
+    }
 
     void writeEntry(const LogEntry& entry) {
         std::lock_guard<std::mutex> lock(writeMutex);
@@ -166,14 +180,18 @@ struct Logger::Impl {
         std::string escapedCategory;
         std::string_view message = entry.message;
         std::string_view category = entry.category;
-        if (hasControlCharacters(message)) message = escapedMessage = escapeControlCharacters(message);
-        if (hasControlCharacters(category)) category = escapedCategory = escapeControlCharacters(category);
+        const bool plainMessage = isPlainText(message);
+        const bool plainCategory = isPlainText(category);
+        if (!plainMessage && hasControlCharacters(message)) message = escapedMessage = escapeControlCharacters(message);
+        if (!plainCategory && hasControlCharacters(category)) {
+            category = escapedCategory = escapeControlCharacters(category);
+        }
         const std::string& timestamp =
             config.includeTimestamp ? cachedTimestamp(entry.timestamp, config.timeFormat) : noText;
         const std::string level = levelName(entry.level);
 
-        if (!pattern.plain || hasBrace(message) || hasBrace(category) || hasBrace(timestamp) ||
-            hasBrace(entry.threadId)) {
+        if (!pattern.plain || (!plainMessage && hasBrace(message)) || (!plainCategory && hasBrace(category)) ||
+            hasBrace(timestamp) || hasBrace(entry.threadId)) {
             // A value may hold a placeholder: replace one after the other, each in the
             // line built so far.
             line = config.pattern;
@@ -211,6 +229,7 @@ struct Logger::Impl {
 
     void workerLoop() {
         std::vector<LogEntry> batch;
+        batch.reserve(kQueueReserve);
         std::unique_lock<std::mutex> lock(queueMutex);
         for (;;) {
             while (queue.empty() && !stop.load()) {
@@ -228,7 +247,11 @@ struct Logger::Impl {
         }
     }
 
-    void enqueue(LogEntry&& entry) {
+    void accept(LogEntry&& entry) {
+        if (!config.asyncMode) {
+            writeEntry(entry);
+            return;
+        }
         bool wake = false;
         {
             std::lock_guard<std::mutex> lock(queueMutex);
@@ -274,6 +297,9 @@ private:
     }
 
     inline static const std::string noText;
+    // Room for a burst of entries before the queue must grow; the two vectors are swapped
+    // between caller and worker and keep what they have grown to.
+    static constexpr std::size_t kQueueReserve = 1 << 16;
     std::string line;  // reused for every line, under writeMutex
 };
 
@@ -310,28 +336,44 @@ bool Logger::initialize() {
     return true;
 }
 
-void Logger::log(LogLevel level, std::string message, const std::string& category) {
-    Impl& impl = *impl_;
-    if (level < impl.config.minLevel) return;
-    LogEntry entry{level, std::move(message), category, std::chrono::system_clock::now(), currentThreadId()};
-    if (!impl.config.asyncMode) {
-        impl.writeEntry(entry);
-        return;
-    }
-    impl.enqueue(std::move(entry));
+void Logger::log(LogLevel level, const std::string& message, const std::string& category) {
+    if (level < impl_->config.minLevel) return;
+    impl_->accept(LogEntry{level, message, category, std::chrono::system_clock::now(), currentThreadId()});
 }
 
-void Logger::debug(std::string message, const std::string& category) {
+void Logger::log(LogLevel level, std::string&& message, const std::string& category) {
+    if (level < impl_->config.minLevel) return;
+    impl_->accept(LogEntry{level, std::move(message), category, std::chrono::system_clock::now(), currentThreadId()});
+}
+
+void Logger::debug(const std::string& message, const std::string& category) {
+    log(LogLevel::Debug, message, category);
+}
+void Logger::debug(std::string&& message, const std::string& category) {
     log(LogLevel::Debug, std::move(message), category);
 }
-void Logger::info(std::string message, const std::string& category) { log(LogLevel::Info, std::move(message), category); }
-void Logger::warning(std::string message, const std::string& category) {
+void Logger::info(const std::string& message, const std::string& category) {
+    log(LogLevel::Info, message, category);
+}
+void Logger::info(std::string&& message, const std::string& category) {
+    log(LogLevel::Info, std::move(message), category);
+}
+void Logger::warning(const std::string& message, const std::string& category) {
+    log(LogLevel::Warning, message, category);
+}
+void Logger::warning(std::string&& message, const std::string& category) {
     log(LogLevel::Warning, std::move(message), category);
 }
-void Logger::error(std::string message, const std::string& category) {
+void Logger::error(const std::string& message, const std::string& category) {
+    log(LogLevel::Error, message, category);
+}
+void Logger::error(std::string&& message, const std::string& category) {
     log(LogLevel::Error, std::move(message), category);
 }
-void Logger::critical(std::string message, const std::string& category) {
+void Logger::critical(const std::string& message, const std::string& category) {
+    log(LogLevel::Critical, message, category);
+}
+void Logger::critical(std::string&& message, const std::string& category) {
     log(LogLevel::Critical, std::move(message), category);
 }
 

@@ -67,14 +67,20 @@ public:
     // error) when the log directory cannot be created or the file cannot be opened.
     bool initialize();
 
-    // The message is taken by value and moved into the queue: a caller that passes a
-    // temporary pays for no copy.
-    void log(LogLevel level, std::string message, const std::string& category);
-    void debug(std::string message, const std::string& category = std::string());
-    void info(std::string message, const std::string& category = std::string());
-    void warning(std::string message, const std::string& category = std::string());
-    void error(std::string message, const std::string& category = std::string());
-    void critical(std::string message, const std::string& category = std::string());
+    // Entries below minLevel cost the level test only. An accepted message is copied
+    // once, or moved in when the caller passes a temporary.
+    void log(LogLevel level, const std::string& message, const std::string& category);
+    void log(LogLevel level, std::string&& message, const std::string& category);
+    void debug(const std::string& message, const std::string& category = std::string());
+    void debug(std::string&& message, const std::string& category = std::string());
+    void info(const std::string& message, const std::string& category = std::string());
+    void info(std::string&& message, const std::string& category = std::string());
+    void warning(const std::string& message, const std::string& category = std::string());
+    void warning(std::string&& message, const std::string& category = std::string());
+    void error(const std::string& message, const std::string& category = std::string());
+    void error(std::string&& message, const std::string& category = std::string());
+    void critical(const std::string& message, const std::string& category = std::string());
+    void critical(std::string&& message, const std::string& category = std::string());
 
     // Writes every entry queued so far, then stops the worker.
     void shutdown();
