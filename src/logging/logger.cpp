@@ -286,9 +286,9 @@ private:
         bool formatted = false;
         for (const auto& [bit, sink] : ordered) {
             if ((enabled & bit) == 0 || sink == nullptr) continue;
-            if (!formatted) formatInto(entry, line);
+            if (!formatted) formatInto(entry, lineBuffer);
             formatted = true;
-            sink->write(entry, line);
+            sink->write(entry, lineBuffer);
         }
     }
 
@@ -300,7 +300,7 @@ private:
     // Room for a burst of entries before the queue must grow; the two vectors are swapped
     // between caller and worker and keep what they have grown to.
     static constexpr std::size_t kQueueReserve = 1 << 16;
-    std::string line;  // reused for every line, under writeMutex
+    std::string lineBuffer;  // reused for every line, under writeMutex
 };
 
 Logger::Logger(const LoggerConfig& config) : impl_(std::make_unique<Impl>(config)) {}
