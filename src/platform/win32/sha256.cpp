@@ -1,7 +1,9 @@
 #include "platform/sha256.hpp"
 
-#include <bcrypt.h>
+// <windows.h> first: <bcrypt.h> needs its types.
 #include <windows.h>
+
+#include <bcrypt.h>
 
 #include <algorithm>
 #include <limits>
