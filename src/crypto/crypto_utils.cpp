@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "platform/rsa_verify.hpp"
+#include "platform/sha256.hpp"
 
 namespace velk::updater {
 namespace {
@@ -27,6 +28,9 @@ CryptoResult success(std::vector<std::uint8_t> data = {}) {
 
 std::vector<std::uint8_t> bytesOf(const std::string& text) { return {text.begin(), text.end()}; }
 
+// Large reads keep the hash, not the system calls, the bottleneck.
+constexpr std::size_t kReadBlock = 1 << 20;
+
 }  // namespace
 
 bool CryptoUtils::initialize() {
@@ -42,35 +46,39 @@ bool CryptoUtils::isInitialized() { return initialized.load(); }
 
 CryptoResult CryptoUtils::sha256(const std::vector<std::uint8_t>& data) {
     if (!initialized.load()) return failure("CryptoUtils not initialized");
-    std::vector<std::uint8_t> digest(crypto_hash_sha256_BYTES);
-    if (crypto_hash_sha256(digest.data(), data.data(), data.size()) != 0) {
-        return failure("Failed to calculate SHA256 hash");
-    }
-    return success(std::move(digest));
+    const auto digest = platform::sha256Of(data.data(), data.size());
+    if (!digest) return failure("Failed to calculate SHA256 hash");
+    return success({digest->begin(), digest->end()});
 }
 
-CryptoResult CryptoUtils::sha256(const std::string& text) { return sha256(bytesOf(text)); }
+CryptoResult CryptoUtils::sha256(const std::string& text) {
+    if (!initialized.load()) return failure("CryptoUtils not initialized");
+    const auto digest = platform::sha256Of(text.data(), text.size());
+    if (!digest) return failure("Failed to calculate SHA256 hash");
+    return success({digest->begin(), digest->end()});
+}
 
 CryptoResult CryptoUtils::sha256File(const std::string& path) {
     if (!initialized.load()) return failure("CryptoUtils not initialized");
     std::ifstream in(path, std::ios::binary);
     if (!in.is_open()) return failure("Failed to open file: " + path);
 
-    crypto_hash_sha256_state state;
-    crypto_hash_sha256_init(&state);
-    std::vector<char> buffer(0x10000);
+    platform::Sha256 hash;
+    if (!hash.ready()) return failure("Failed to calculate SHA256 hash");
+    std::vector<char> buffer(kReadBlock);
     for (;;) {
         in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
         const auto delivered = in.gcount();
         if (delivered <= 0) break;
-        crypto_hash_sha256_update(&state, reinterpret_cast<const unsigned char*>(buffer.data()),
-                                  static_cast<unsigned long long>(delivered));
+        if (!hash.update(buffer.data(), static_cast<std::size_t>(delivered))) {
+            return failure("Failed to calculate SHA256 hash");
+        }
     }
     if (in.bad() && !in.eof()) return failure("Error reading file: " + path);
 
-    std::vector<std::uint8_t> digest(crypto_hash_sha256_BYTES);
-    if (crypto_hash_sha256_final(&state, digest.data()) != 0) return failure("Failed to finalize SHA256 hash");
-    return success(std::move(digest));
+    const auto digest = hash.finish();
+    if (!digest) return failure("Failed to finalize SHA256 hash");
+    return success({digest->begin(), digest->end()});
 }
 
 std::string CryptoUtils::toHex(const std::vector<std::uint8_t>& bytes) {

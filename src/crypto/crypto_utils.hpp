@@ -25,7 +25,7 @@ public:
 
     static CryptoResult sha256(const std::vector<std::uint8_t>& data);
     static CryptoResult sha256(const std::string& text);
-    // Reads in 64 KiB pieces; memory does not grow with the file.
+    // Reads in 1 MiB pieces; memory does not grow with the file.
     static CryptoResult sha256File(const std::string& path);
     static std::string toHex(const std::vector<std::uint8_t>& bytes);
     // Standard alphabet, padding required; decoding stops at the first other character.

@@ -83,7 +83,7 @@ std::string transportError(CURLcode result) {
     return text;
 }
 
-void debugLine(const std::string& text) { std::cout << "[HTTP DEBUG] " << text << std::endl; }
+void debugLine(const std::string& text) { std::cout << ("[HTTP DEBUG] " + text + "\n") << std::flush; }
 
 }  // namespace
 

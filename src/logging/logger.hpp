@@ -55,7 +55,7 @@ std::string formatTimestamp(std::chrono::system_clock::time_point time, const st
 
 // The program's one diagnostic channel. Callers filter by level and queue; one worker
 // thread formats and writes to the enabled outputs in the order console, file,
-// debugger output, event log.
+// debugger output, event log, a batch of queued entries at a time.
 class Logger {
 public:
     explicit Logger(const LoggerConfig& config);
@@ -67,17 +67,27 @@ public:
     // error) when the log directory cannot be created or the file cannot be opened.
     bool initialize();
 
+    // Entries below minLevel cost the level test only. An accepted message is copied
+    // once, or moved in when the caller passes a temporary.
     void log(LogLevel level, const std::string& message, const std::string& category);
+    void log(LogLevel level, std::string&& message, const std::string& category);
     void debug(const std::string& message, const std::string& category = std::string());
+    void debug(std::string&& message, const std::string& category = std::string());
     void info(const std::string& message, const std::string& category = std::string());
+    void info(std::string&& message, const std::string& category = std::string());
     void warning(const std::string& message, const std::string& category = std::string());
+    void warning(std::string&& message, const std::string& category = std::string());
     void error(const std::string& message, const std::string& category = std::string());
+    void error(std::string&& message, const std::string& category = std::string());
     void critical(const std::string& message, const std::string& category = std::string());
+    void critical(std::string&& message, const std::string& category = std::string());
 
     // Writes every entry queued so far, then stops the worker.
     void shutdown();
 
-    // The finished line of an entry, without a line end.
+    // The finished line of an entry, without a line end. Control characters of the
+    // message and category are shown escaped (logging/clean_text.hpp), so no entry can
+    // forge another line or reach the terminal as a sequence.
     std::string formatEntry(const LogEntry& entry) const;
 
     const LoggerConfig& config() const;

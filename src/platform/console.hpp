@@ -6,4 +6,10 @@ namespace velk::updater::platform {
 // output is redirected, only what can be set is set.
 void setupConsole();
 
+enum class ConsoleStream { Output, Error };
+
+// True when the stream is an interactive terminal (a console window), false when it is
+// redirected to a file or a pipe.
+bool isTerminal(ConsoleStream stream);
+
 }  // namespace velk::updater::platform

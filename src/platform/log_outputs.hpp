@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace velk::updater::platform {
@@ -13,5 +14,8 @@ void reportEvent(const std::string& source, EventType type, const std::string& t
 
 // Passes text to an attached debugger; nothing happens when none listens.
 void debugOutput(const std::string& text);
+
+// Bytes that a text-mode file stream writes for "\n": 2 (CR LF) on Windows, 1 elsewhere.
+std::size_t textLineEndSize();
 
 }  // namespace velk::updater::platform

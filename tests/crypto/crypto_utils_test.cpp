@@ -20,7 +20,8 @@ protected:
 };
 
 TEST_F(CryptoUtilsTest, FileDigestMatchesMemoryDigestAroundTheBufferSize) {
-    for (std::size_t size : {0u, 1u, 65535u, 65536u, 65537u, 3u * 65536u + 17u}) {
+    constexpr std::size_t kBlock = 1u << 20;  // the reader's block
+    for (std::size_t size : {std::size_t{0}, std::size_t{1}, kBlock - 1, kBlock, kBlock + 1, 3 * kBlock + 17}) {
         std::string content(size, '\0');
         for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<char>((i * 131 + 7) & 0xFF);
         const fs::path path = dir_ / ("f" + std::to_string(size));

@@ -118,9 +118,12 @@ TEST_F(UpdateRunTest, ServerFailingMidwayLeavesAConsistentInstallationThatTheNex
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), "library 2.0");
     EXPECT_FALSE(fs::exists(installDir() / "VELK_Service.exe"));
     EXPECT_NE(registryText().find("\"Version\"=\"1.0.0\""), std::string::npos);
-    // A failed download reports the temporary file it was writing.
-    EXPECT_TRUE(logged("[ERROR] [FAILED] Failed: " + (tmp() / "VELK_Service.exe.tmp").string() +
-                       " - Download failed after attempts (zip then plain per base):"));
+    // A failed download reports the temporary file it was writing, the URLs tried on the
+    // same log line (their line ends shown escaped).
+    const std::string report = "[ERROR] [FAILED] Failed: " + (tmp() / "VELK_Service.exe.tmp").string() +
+                               " - Download failed after attempts (zip then plain per base):\\n";
+    const auto lines = logLines();
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(report, 0) == 0; }));
 
     writeFile(rules(), "");
     EXPECT_EQ(run({}).exitCode, 0);

@@ -50,6 +50,15 @@ TEST_F(LoggerTest, PlaceholdersAreReplacedOnceEachInTheLineBuiltSoFar) {
     const std::string line = Logger(config).formatEntry(entryOf(LogLevel::Warning, "x", "net"));
     EXPECT_TRUE(line == "[1970] [WARNING] [net] x" || line == "[1969] [WARNING] [net] x") << line;
     EXPECT_EQ(levelName(static_cast<LogLevel>(9)), "UNKNOWN");
+
+    // Plain values: the later occurrences and the disabled fields stay as written.
+    config.pattern = "{level}|{level}|{thread}|{timestamp}|{message}";
+    config.includeThreadId = false;
+    config.includeTimestamp = false;
+    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "m")), "INFO|{level}|{thread}|{timestamp}|m");
+    config.pattern = "{thr{message}";  // a value that completes a placeholder of the pattern
+    config.includeThreadId = true;
+    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "ead}")), "4242");
 }
 
 TEST_F(LoggerTest, FilteredEntriesAreNeverQueued) {

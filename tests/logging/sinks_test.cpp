@@ -85,7 +85,7 @@ TEST_F(RotationTest, FailedRenameKeepsLoggingInTheSameFile) {
 
 TEST(ConsoleSink, StreamByLevelAndColourBytes) {
     LoggerConfig config;
-    ConsoleSink sink(config);
+    ConsoleSink sink(config, ConsoleColours{true, true});
     const std::pair<LogLevel, std::string> colours[] = {
         {LogLevel::Trace, "\033[37m"}, {LogLevel::Debug, "\033[36m"}, {LogLevel::Info, "\033[32m"},
         {LogLevel::Warning, "\033[33m"}, {LogLevel::Error, "\033[31m"}, {LogLevel::Critical, "\033[35m"}};
@@ -103,6 +103,27 @@ TEST(ConsoleSink, StreamByLevelAndColourBytes) {
     testing::internal::CaptureStderr();
     sink.write(LogEntry{LogLevel::Warning, "m", "", {}, "1"}, "plain");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "plain\n");
+}
+
+TEST(ConsoleSink, EachStreamDecidesOnColoursForItself) {
+    LoggerConfig config;
+    ConsoleSink sink(config, ConsoleColours{false, true});  // output piped, error on a terminal
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    sink.write(LogEntry{LogLevel::Info, "m", "", {}, "1"}, "to a pipe");
+    sink.write(LogEntry{LogLevel::Error, "m", "", {}, "1"}, "to a terminal");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "to a pipe\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\033[31mto a terminal\033[0m\n");
+
+    const struct {
+        bool terminal;
+        const char* noColor;
+        bool allowed;
+    } rows[] = {{true, nullptr, true}, {true, "", false}, {true, "1", false}, {false, nullptr, false}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(coloursAllowed(row.terminal, row.noColor), row.allowed)
+            << row.terminal << " NO_COLOR=" << (row.noColor ? row.noColor : "(unset)");
+    }
 }
 
 }  // namespace

@@ -44,4 +44,6 @@ void debugOutput(const std::string& text) {
     std::fflush(stderr);
 }
 
+std::size_t textLineEndSize() { return 1; }
+
 }  // namespace velk::updater::platform

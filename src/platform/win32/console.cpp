@@ -19,4 +19,12 @@ void setupConsole() {
     }
 }
 
+// Only a console handle has a console mode; files and pipes fail the query.
+bool isTerminal(ConsoleStream stream) {
+    HANDLE handle = GetStdHandle(stream == ConsoleStream::Output ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+    if (handle == INVALID_HANDLE_VALUE || handle == nullptr) return false;
+    DWORD mode = 0;
+    return GetConsoleMode(handle, &mode) != FALSE;
+}
+
 }  // namespace velk::updater::platform

@@ -15,4 +15,6 @@ void reportEvent(const std::string& source, EventType type, const std::string& t
 
 void debugOutput(const std::string& text) { OutputDebugStringA(text.c_str()); }
 
+std::size_t textLineEndSize() { return 2; }
+
 }  // namespace velk::updater::platform
