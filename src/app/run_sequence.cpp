@@ -13,6 +13,7 @@
 #include "install/product_files.hpp"
 #include "install/version_record.hpp"
 #include "logging/logger.hpp"
+#include "platform/clean_text.hpp"
 #include "platform/elevation.hpp"
 #include "platform/instance_lock.hpp"
 #include "platform/process.hpp"
@@ -103,8 +104,9 @@ void reportInstallationState(Logger& logger, const std::string& installDirectory
         logger.info("Installed VELK build number: " + build);
         line += " (build " + build + ")";
     }
-    // Whole lines only: the logger's worker writes to the same console.
-    std::cout << line + "\n";
+    // Whole lines only: the logger's worker writes to the same console. The registry's text is
+    // shown escaped, as in the log.
+    std::cout << platform::escapeControlCharacters(line) + "\n";
 }
 
 // The installed record's text, or the default (with a note) when the registry has none.
@@ -219,7 +221,7 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
         return 1;
     }
     if (lock.status() == platform::LockStatus::Failed) {
-        std::cerr << "Failed to lock the installation " + installDirectory + "\n";
+        std::cerr << "Failed to lock the installation " + platform::escapeControlCharacters(installDirectory) + "\n";
         return 1;
     }
     const LoggerConfig loggerConfig = makeLoggerConfig(config, installDirectory);

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "files/file_updater_impl.hpp"
+#include "platform/clean_text.hpp"
 #include "platform/local_time.hpp"
 
 namespace velk::updater {
@@ -26,7 +27,7 @@ std::string localTimeStamp() {
 void printProgress(const UpdateProgress& progress) {
     // One write, so that a log line from the logger's worker cannot land inside it.
     std::string text = "\r[" + std::to_string(progress.percentComplete) + "%] " + progress.currentOperation;
-    if (!progress.currentFile.empty()) text += ": " + progress.currentFile;
+    if (!progress.currentFile.empty()) text += ": " + platform::escapeControlCharacters(progress.currentFile);
     if (progress.percentComplete == 100) text += "\n";
     std::cout << text;
     std::cout.flush();

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <iostream>
 
+#include "platform/clean_text.hpp"
+
 namespace velk::updater {
 namespace {
 
@@ -83,7 +85,11 @@ std::string transportError(CURLcode result) {
     return text;
 }
 
-void debugLine(const std::string& text) { std::cout << ("[HTTP DEBUG] " + text + "\n") << std::flush; }
+// The server's words (URL, content type) are shown escaped: they cannot forge a line or
+// reach the terminal as a sequence.
+void debugLine(const std::string& text) {
+    std::cout << ("[HTTP DEBUG] " + platform::escapeControlCharacters(text) + "\n") << std::flush;
+}
 
 }  // namespace
 

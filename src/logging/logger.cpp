@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "logging/clean_text.hpp"
+#include "platform/clean_text.hpp"
 #include "logging/sinks.hpp"
 #include "platform/local_time.hpp"
 
@@ -182,9 +182,11 @@ struct Logger::Impl {
         std::string_view category = entry.category;
         const bool plainMessage = isPlainText(message);
         const bool plainCategory = isPlainText(category);
-        if (!plainMessage && hasControlCharacters(message)) message = escapedMessage = escapeControlCharacters(message);
-        if (!plainCategory && hasControlCharacters(category)) {
-            category = escapedCategory = escapeControlCharacters(category);
+        if (!plainMessage && platform::hasControlCharacters(message)) {
+            message = escapedMessage = platform::escapeControlCharacters(message);
+        }
+        if (!plainCategory && platform::hasControlCharacters(category)) {
+            category = escapedCategory = platform::escapeControlCharacters(category);
         }
         const std::string& timestamp =
             config.includeTimestamp ? cachedTimestamp(entry.timestamp, config.timeFormat) : noText;

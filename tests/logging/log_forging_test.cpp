@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "logging/clean_text.hpp"
+#include "platform/clean_text.hpp"
 #include "logging/logger.hpp"
 #include "support/test_support.hpp"
 
@@ -52,7 +52,7 @@ TEST(LogForging, TerminalSequencesNeverReachTheConsole) {
     Logger logger(config);
     ASSERT_TRUE(logger.initialize());
     for (const auto& row : rows) {
-        EXPECT_EQ(escapeControlCharacters(row.input), row.shown);
+        EXPECT_EQ(platform::escapeControlCharacters(row.input), row.shown);
         testing::internal::CaptureStdout();
         logger.info(row.input);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), row.shown + "\n");

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace velk::updater {
+namespace velk::updater::platform {
 
 // Text from outside (a manifest, a server, the registry) shown on the console or in a
 // log can carry control characters that start a new, forged log line or send a terminal
@@ -17,4 +17,4 @@ bool hasControlCharacters(std::string_view text);
 
 std::string escapeControlCharacters(std::string_view text);
 
-}  // namespace velk::updater
+}  // namespace velk::updater::platform

@@ -1,8 +1,8 @@
-#include "logging/clean_text.hpp"
+#include "platform/clean_text.hpp"
 
 #include <cstdint>
 
-namespace velk::updater {
+namespace velk::updater::platform {
 namespace {
 
 // A backslash is deliberately left as it is: it neither ends a line nor starts a
@@ -104,4 +104,4 @@ std::string escapeControlCharacters(std::string_view text) {
     return out;
 }
 
-}  // namespace velk::updater
+}  // namespace velk::updater::platform
