@@ -92,6 +92,9 @@ public:
     std::string getTempPath(const ManifestFile& file) const;
     std::string getBackupPath(const ManifestFile& file) const;
     bool hasEnoughDiskSpace(std::uint64_t requiredBytes);
+    // Whether the installation's and the temporary folder's volumes hold every copy that
+    // updating these files makes (staging copies, downloads, unpacked archives).
+    bool hasRoomFor(const std::vector<ManifestFile>& downloads);
 
     // Streams `url` into `path`, replacing it: the one transfer every downloaded file goes
     // through. An error page lands in the file too; the status is the caller's to judge. A

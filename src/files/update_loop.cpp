@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <filesystem>
 
 #include "files/file_updater.hpp"
 #include "files/file_updater_impl.hpp"
+#include "platform/volumes.hpp"
 
 namespace velk::updater {
 namespace {
@@ -9,6 +11,31 @@ namespace {
 namespace fs = std::filesystem;
 
 }  // namespace
+
+// Counts every copy an update makes, not only the new files: the staging copies on the
+// installation's volume, and in the temporary folder the largest download beside the entry
+// taken out of its archive. (Wrong installed copies are deleted before this, so there is
+// nothing left to back up.)
+bool FileUpdater::hasRoomFor(const std::vector<ManifestFile>& downloads) {
+    const FileUpdaterConfig& config = impl_->config;
+    std::uint64_t installBytes = 0;
+    std::uint64_t largest = 0;
+    for (const auto& file : downloads) {
+        installBytes += file.size;
+        largest = std::max<std::uint64_t>(largest, file.size);
+    }
+    const std::uint64_t tempBytes = 2 * largest;
+    if (platform::sameVolume(config.installDirectory, config.tempDirectory)) {
+        return hasEnoughDiskSpace(installBytes + tempBytes);
+    }
+    if (!hasEnoughDiskSpace(installBytes)) return false;
+    try {
+        return fs::space(config.tempDirectory).available >= tempBytes;
+    } catch (const std::exception& error) {
+        impl_->logger.warning(std::string("Failed to check disk space: ") + error.what());
+        return true;
+    }
+}
 
 FileUpdateResult FileUpdater::updateFile(const ManifestFile& file) {
     Logger& logger = impl_->logger;
@@ -52,7 +79,7 @@ std::vector<FileUpdateResult> FileUpdater::updateFiles(const Manifest& manifest,
     impl.logger.info("Starting file update process for " + std::to_string(downloads.size()) + " files (" +
                      std::to_string(manifest.files.size() - downloads.size()) + " skipped)");
 
-    if (!hasEnoughDiskSpace(progress.totalBytes)) {
+    if (!hasRoomFor(downloads)) {
         results.emplace_back(false, "Insufficient disk space", "");
         return results;
     }

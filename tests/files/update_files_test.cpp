@@ -122,6 +122,28 @@ TEST_F(UpdateFilesTest, NotEnoughSpaceStopsBeforeAnyDownload) {
     EXPECT_TRUE(progressLines.empty());
 }
 
+// The new file alone would fit; with its download and unpacked copy on the same small
+// volume it would not, and the update stops before it begins.
+TEST_F(UpdateFilesTest, DiskSpaceCountsTheTemporaryCopies) {
+    const fs::path volume = dir_ / "small";
+    fs::create_directories(volume);
+    if (::mount("tmpfs", volume.c_str(), "tmpfs", 0, "size=64k") != 0) {
+        GTEST_SKIP() << "cannot mount a small tmpfs here: " << std::strerror(errno);
+    }
+    config_.installDirectory = (volume / "install").string();
+    config_.backupDirectory = config_.installDirectory + "/backup";
+    const ManifestFile file = entry("VELK.dll", std::string(25000, 'n'));
+    const bool fitsWithTempElsewhere = updater().hasRoomFor({file});
+    config_.tempDirectory = (volume / "tmp").string();
+    updater_.reset();
+    const auto results = updater().updateFiles(manifestOf({file}), recorder());
+    ::umount(volume.c_str());
+    EXPECT_TRUE(fitsWithTempElsewhere);
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0].errorMessage, "Insufficient disk space");
+    EXPECT_TRUE(server_.requests().empty());
+}
+
 TEST_F(UpdateFilesTest, ProgressLinePrintsOneFinishedLine) {
     UpdateProgress progress;
     testing::internal::CaptureStdout();
