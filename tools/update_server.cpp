@@ -6,15 +6,20 @@
 // GET /update/NAME reads DIR/NAME (the manifests); /cdn/P, /mirror/P, /origin/P and /P
 // read DIR/P. A rule makes a path (or, when it ends in "/", every path below it) answer
 // with an HTTP status ("404", "500", ...), "short" (announces the whole length, sends half
-// and closes) or "stall" (sends a little, then nothing until --stall-seconds pass). The
-// rules file holds "PATH ACTION" lines and is read again on every request, so a test can
-// change the server's behaviour while it runs.
+// and closes) or "stall" (sends a little, then nothing until --stall-seconds pass). Hostile
+// actions need no file: "endless" (a chunked body that goes on until the client leaves, or
+// 4 GiB), "bigbody:N" (N blanks with their length announced) and "zipbomb:N" (a zip whose
+// one entry, named like the request without ".zip", inflates to N zero bytes). The rules
+// file holds "PATH ACTION" lines and is read again on every request, so a test can change
+// the server's behaviour while it runs.
 
 #include <httplib.h>
 #include <signal.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -116,30 +121,166 @@ std::optional<fs::path> resolve(const fs::path& root, const std::string& request
 }
 
 // Streams a file in pieces; `limit` bytes at most, then a stall or an abort if asked.
-void serveFile(httplib::Response& res, const fs::path& file, const std::string& action, int stallSeconds) {
+void serveFile(httplib::Response& res, const fs::path& file, const std::string& action,
+               int stallSeconds) {
     const auto size = static_cast<std::size_t>(fs::file_size(file));
-    const std::size_t limit = action == "short" ? size / 2 : action == "stall" ? std::min<std::size_t>(size / 2, 4096) : size;
+    const std::size_t limit = action == "short"   ? size / 2
+                              : action == "stall" ? std::min<std::size_t>(size / 2, 4096)
+                                                  : size;
     auto stream = std::make_shared<std::ifstream>(file, std::ios::binary);
-    const std::string type = file.extension() == ".json" ? "application/json" : "application/octet-stream";
-    res.set_content_provider(size, type, [stream, limit, action, stallSeconds](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-        if (offset >= limit) {
-            if (action == "stall") {
-                const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(stallSeconds);
-                while (sink.is_writable() && std::chrono::steady_clock::now() < until) {
-                    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const std::string type =
+        file.extension() == ".json" ? "application/json" : "application/octet-stream";
+    res.set_content_provider(
+        size, type,
+        [stream, limit, action, stallSeconds](std::size_t offset, std::size_t length,
+                                              httplib::DataSink& sink) {
+            if (offset >= limit) {
+                if (action == "stall") {
+                    const auto until =
+                        std::chrono::steady_clock::now() + std::chrono::seconds(stallSeconds);
+                    while (sink.is_writable() && std::chrono::steady_clock::now() < until) {
+                        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                    }
                 }
+                return false;  // closes the connection before the announced length
             }
-            return false;  // closes the connection before the announced length
+            std::vector<char> buffer(std::min<std::size_t>({length, limit - offset, 1 << 20}));
+            stream->seekg(static_cast<std::streamoff>(offset));
+            stream->read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+            return sink.write(buffer.data(), static_cast<std::size_t>(stream->gcount()));
+        });
+}
+
+// An endless body still stops somewhere, so a client without a bound cannot fill the disk.
+constexpr std::uint64_t kEndlessCap = 4ull << 30;
+
+void serveEndless(httplib::Response& res) {
+    auto sent = std::make_shared<std::uint64_t>(0);
+    res.set_chunked_content_provider(
+        "application/octet-stream", [sent](std::size_t, httplib::DataSink& sink) {
+            static const std::string block(64 * 1024, 'A');
+            if (*sent >= kEndlessCap) {
+                sink.done();
+                return true;
+            }
+            *sent += block.size();
+            return sink.write(block.data(), block.size());  // false once the client has gone
+        });
+}
+
+void serveBigBody(httplib::Response& res, std::uint64_t size) {
+    res.set_content_provider(size, "application/json",
+                             [](std::size_t, std::size_t length, httplib::DataSink& sink) {
+                                 static const std::string block(1 << 20, ' ');
+                                 return sink.write(block.data(), std::min(length, block.size()));
+                             });
+}
+
+// Raw deflate of `size` zero bytes, flushed so that copies of it can follow one another.
+std::string deflateZeros(std::size_t size) {
+    z_stream stream{};
+    deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -15, 9, Z_DEFAULT_STRATEGY);
+    std::vector<unsigned char> in(size, 0);
+    std::string out(deflateBound(&stream, size) + 16, '\0');
+    stream.next_in = in.data();
+    stream.avail_in = static_cast<uInt>(size);
+    stream.next_out = reinterpret_cast<unsigned char*>(out.data());
+    stream.avail_out = static_cast<uInt>(out.size());
+    deflate(&stream, size == 0 ? Z_FINISH : Z_FULL_FLUSH);
+    out.resize(out.size() - stream.avail_out);
+    deflateEnd(&stream);
+    return out;
+}
+
+void putLe(std::string& out, std::uint32_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
+}
+
+// A zip of one entry that inflates to `size` zero bytes from about size / 1000 bytes.
+std::string zipBomb(const std::string& entryName, std::uint32_t size) {
+    constexpr std::uint32_t kBlock = 1 << 20;
+    const std::string fullBlock = deflateZeros(kBlock);
+    const std::vector<unsigned char> zeros(kBlock, 0);
+    const uLong blockCrc = crc32(0, zeros.data(), kBlock);
+    std::string data;
+    uLong crc = crc32(0, nullptr, 0);
+    for (std::uint32_t left = size; left > 0;) {
+        const std::uint32_t piece = std::min(left, kBlock);
+        data += piece == kBlock ? fullBlock : deflateZeros(piece);
+        crc = crc32_combine(crc, piece == kBlock ? blockCrc : crc32(0, zeros.data(), piece), piece);
+        left -= piece;
+    }
+    data += deflateZeros(0);  // the closing block
+
+    const auto header = [&](std::uint32_t signature, bool central) {
+        std::string h;
+        putLe(h, signature, 4);
+        if (central) putLe(h, 20, 2);  // made by
+        for (const auto& [value, bytes] : std::initializer_list<std::pair<std::uint32_t, int>>{
+                 {20, 2},
+                 {0, 2},
+                 {8, 2},
+                 {0, 2},
+                 {0x21, 2},
+                 {static_cast<std::uint32_t>(crc), 4},
+                 {static_cast<std::uint32_t>(data.size()), 4},
+                 {size, 4},
+                 {static_cast<std::uint32_t>(entryName.size()), 2},
+                 {0, 2}}) {
+            putLe(h, value, bytes);
         }
-        std::vector<char> buffer(std::min<std::size_t>({length, limit - offset, 1 << 20}));
-        stream->seekg(static_cast<std::streamoff>(offset));
-        stream->read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-        return sink.write(buffer.data(), static_cast<std::size_t>(stream->gcount()));
-    });
+        if (central) {
+            for (int bytes : {2, 2, 2, 4, 4})
+                putLe(h, 0, bytes);  // comment, disk, attributes, offset
+        }
+        return h + entryName;
+    };
+    const std::string local = header(0x04034b50, false) + data;
+    const std::string central = header(0x02014b50, true);
+    std::string end;
+    for (const auto& [value, bytes] : std::initializer_list<std::pair<std::uint32_t, int>>{
+             {0x06054b50, 4},
+             {0, 2},
+             {0, 2},
+             {1, 2},
+             {1, 2},
+             {static_cast<std::uint32_t>(central.size()), 4},
+             {static_cast<std::uint32_t>(local.size()), 4},
+             {0, 2}}) {
+        putLe(end, value, bytes);
+    }
+    return local + central + end;
+}
+
+std::optional<std::uint64_t> sizeArgument(const std::string& action, const std::string& name) {
+    const std::string prefix = name + ":";
+    if (action.rfind(prefix, 0) != 0 || action.size() == prefix.size()) return std::nullopt;
+    const std::string digits = action.substr(prefix.size());
+    if (!std::all_of(digits.begin(), digits.end(), ::isdigit) || digits.size() > 12)
+        return std::nullopt;
+    return std::stoull(digits);
+}
+
+// Answers the hostile actions, which need no file; false for any other action.
+bool serveGenerated(httplib::Response& res, const std::string& action, const std::string& path) {
+    if (action == "endless") {
+        serveEndless(res);
+    } else if (const auto bodySize = sizeArgument(action, "bigbody")) {
+        serveBigBody(res, *bodySize);
+    } else if (const auto bombSize = sizeArgument(action, "zipbomb");
+               bombSize && *bombSize < (1ull << 32)) {
+        std::string name = fs::path(path).filename().string();
+        if (fs::path(name).extension() == ".zip") name = fs::path(name).stem().string();
+        res.set_content(zipBomb(name, static_cast<std::uint32_t>(*bombSize)), "application/zip");
+    } else {
+        return false;
+    }
+    res.status = 200;
+    return true;
 }
 
 class RequestLog {
-public:
+  public:
     explicit RequestLog(const std::string& path) {
         if (!path.empty()) out_.open(path, std::ios::app);
     }
@@ -148,7 +289,7 @@ public:
         if (out_.is_open()) out_ << method << ' ' << path << ' ' << status << std::endl;
     }
 
-private:
+  private:
     std::mutex mutex_;
     std::ofstream out_;
 };
@@ -160,6 +301,7 @@ void handle(const Options& options, const httplib::Request& req, httplib::Respon
         res.set_content("injected " + action + " for " + req.path + "\n", "text/plain");
         return;
     }
+    if (serveGenerated(res, action, req.path)) return;
     const auto file = resolve(options.root, req.path);
     if (!file) {
         res.status = 404;
@@ -189,13 +331,16 @@ int main(int argc, char* argv[]) {
 
     httplib::Server server;
     RequestLog log(options.logFile);
-    server.Get(".*", [&](const httplib::Request& req, httplib::Response& res) { handle(options, req, res); });
+    server.Get(".*", [&](const httplib::Request& req, httplib::Response& res) {
+        handle(options, req, res);
+    });
     server.set_logger([&](const httplib::Request& req, const httplib::Response& res) {
         log.add(req.method, req.path, res.status);
     });
 
-    const int port = options.port == 0 ? server.bind_to_any_port("127.0.0.1")
-                                       : (server.bind_to_port("127.0.0.1", options.port) ? options.port : -1);
+    const int port = options.port == 0
+                         ? server.bind_to_any_port("127.0.0.1")
+                         : (server.bind_to_port("127.0.0.1", options.port) ? options.port : -1);
     if (port <= 0) {
         std::cerr << "velk_update_server: cannot listen on 127.0.0.1:" << options.port << "\n";
         return 1;
