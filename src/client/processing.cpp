@@ -1,4 +1,12 @@
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <exception>
 #include <filesystem>
+#include <functional>
+#include <optional>
+#include <thread>
+#include <unordered_set>
 #include <vector>
 
 #include "client/update_client.hpp"
@@ -38,13 +46,80 @@ std::string statusOf(FileState state) {
     return "error during check";
 }
 
-// Checks one ordinary entry against the disk; wrong copies are deleted. The digest is
-// compared exactly: an upper-case manifest digest counts as a mismatch here.
-FileStatus checkEntry(Logger& logger, const FileUpdaterConfig& fileUpdaterConfig, const fs::path& path,
-                      const ManifestFile& file, IntegrityCounts& counts) {
+// The pure part of one entry's check: containment, size and digest, with what it threw
+// kept for the pass to rethrow at the entry's turn.
+struct PrecomputedCheck {
+    FileCheck check;
+    std::exception_ptr failure;
+};
+
+PrecomputedCheck precheck(const std::string& installDirectory, const fs::path& path, const ManifestFile& file) {
+    PrecomputedCheck result;
     try {
-        requireInside(fileUpdaterConfig.installDirectory, path);
-        const FileCheck check = checkFile(path, file, DigestCase::Exact);
+        requireInside(installDirectory, path);
+        result.check = checkFile(path, file, DigestCase::Exact);
+    } catch (...) {
+        result.failure = std::current_exception();
+    }
+    return result;
+}
+
+// Hashing is bound by the processor (and the disk): a few threads use the cores without
+// competing for the disk; each hash streams its file, so memory stays small.
+constexpr unsigned kMaxCheckThreads = 4;
+
+// Runs job(0) .. job(count - 1) on up to kMaxCheckThreads threads; inline for one job.
+void runInParallel(std::size_t count, const std::function<void(std::size_t)>& job) {
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    const std::size_t threads = std::min<std::size_t>({count, cores, kMaxCheckThreads});
+    if (threads <= 1) {
+        for (std::size_t i = 0; i < count; ++i) job(i);
+        return;
+    }
+    std::atomic<std::size_t> next{0};
+    const auto work = [&] {
+        for (std::size_t i = next++; i < count; i = next++) job(i);
+    };
+    std::vector<std::thread> pool;
+    for (std::size_t t = 1; t < threads; ++t) pool.emplace_back(work);
+    work();
+    for (auto& thread : pool) thread.join();
+}
+
+// Two entries may name one file (also by letter case, on systems that ignore it); only
+// the first is checked ahead, the others at their turn, after what came before them was
+// deleted, as a pass one entry at a time would see them.
+std::string pathKey(const fs::path& path) {
+    std::string key = path.lexically_normal().generic_string();
+    std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
+    return key;
+}
+
+// Checks every ordinary entry at once; an empty slot is left for self-update files and for
+// repeated paths.
+std::vector<std::optional<PrecomputedCheck>> precheckAll(const std::string& installDirectory,
+                                                         const std::vector<ManifestFile>& files) {
+    std::vector<std::size_t> ahead;
+    std::unordered_set<std::string> seen;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (product::isUpdaterExecutable(files[i].name)) continue;
+        if (seen.insert(pathKey(fs::path(installDirectory) / files[i].target_path)).second) ahead.push_back(i);
+    }
+    std::vector<std::optional<PrecomputedCheck>> checks(files.size());
+    runInParallel(ahead.size(), [&](std::size_t job) {
+        const ManifestFile& file = files[ahead[job]];
+        checks[ahead[job]] = precheck(installDirectory, fs::path(installDirectory) / file.target_path, file);
+    });
+    return checks;
+}
+
+// Reports one ordinary entry's check; wrong copies are deleted. The digest is compared
+// exactly: an upper-case manifest digest counts as a mismatch here.
+FileStatus checkEntry(Logger& logger, const fs::path& path, const ManifestFile& file, const PrecomputedCheck& pre,
+                      IntegrityCounts& counts) {
+    try {
+        if (pre.failure) std::rethrow_exception(pre.failure);
+        const FileCheck& check = pre.check;
         if (check.state == FileState::Missing) {
             logger.info("File missing: " + file.name);
             ++counts.missing;
@@ -95,13 +170,18 @@ bool UpdateClient::processManifest(const std::string& manifestJson) {
     std::vector<ManifestFile> filesToUpdate;
     std::vector<ManifestFile> currentFiles;
     IntegrityCounts counts;
-    for (const auto& file : manifest.files) {
+    // Hashing runs ahead on several threads; reporting and deleting follow in manifest order.
+    const std::string& installDirectory = fileUpdaterConfig.installDirectory;
+    const auto prechecked = precheckAll(installDirectory, manifest.files);
+    for (std::size_t i = 0; i < manifest.files.size(); ++i) {
+        const ManifestFile& file = manifest.files[i];
         if (product::isUpdaterExecutable(file.name)) {
             logger.info("Skipping self-update file (intentional): " + file.name);
             continue;
         }
-        const fs::path path = fs::path(fileUpdaterConfig.installDirectory) / file.target_path;
-        const FileStatus check = checkEntry(logger, fileUpdaterConfig, path, file, counts);
+        const fs::path path = fs::path(installDirectory) / file.target_path;
+        const PrecomputedCheck pre = prechecked[i] ? *prechecked[i] : precheck(installDirectory, path, file);
+        const FileStatus check = checkEntry(logger, path, file, pre, counts);
         if (check.status.empty()) {
             logger.debug("File " + file.name + " is already current - skipping download");
             currentFiles.push_back(file);

@@ -1,5 +1,8 @@
 #include <filesystem>
+#include <optional>
+#include <vector>
 
+#include "crypto/crypto_utils.hpp"
 #include "files/file_check.hpp"
 #include "files/file_updater.hpp"
 #include "files/file_updater_impl.hpp"
@@ -92,7 +95,30 @@ void checkSize(const ManifestFile& file, FileUpdateResult& result, Logger& logge
 
 }  // namespace
 
-HttpResponse FileUpdater::fetch(const std::string& url, const std::string& path, std::uint64_t maxBytes) {
+void FileUpdater::Impl::keepDigest(const std::string& path, const std::optional<platform::Sha256Digest>& digest) {
+    keptDigest.reset();
+    if (!digest) return;
+    std::error_code error;
+    KeptDigest kept{path, fs::file_size(path, error), {}, ""};
+    if (error) return;
+    kept.written = fs::last_write_time(path, error);
+    if (error) return;
+    kept.sha256 = CryptoUtils::toHex(std::vector<std::uint8_t>(digest->begin(), digest->end()));
+    keptDigest = std::move(kept);
+}
+
+std::string FileUpdater::Impl::keptDigestOf(const std::string& path) const {
+    if (!keptDigest || keptDigest->path != path) return "";
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(path, error);
+    if (error || size != keptDigest->size) return "";
+    const fs::file_time_type written = fs::last_write_time(path, error);
+    if (error || written != keptDigest->written) return "";
+    return keptDigest->sha256;
+}
+
+HttpResponse FileUpdater::fetch(const std::string& url, const std::string& path, std::uint64_t maxBytes,
+                                platform::Sha256* digest) {
     // Whatever is at the path goes first: a link planted there (the temporary folder is
     // shared) must not carry the download elsewhere. Only the updater's folders take files.
     std::error_code ignored;
@@ -104,7 +130,7 @@ HttpResponse FileUpdater::fetch(const std::string& url, const std::string& path,
         refused.error = "Download path lies outside the updater's folders: " + path;
         return refused;
     }
-    return impl.httpClient.download(url, path, nullptr, {}, maxBytes);
+    return impl.httpClient.download(url, path, nullptr, {}, maxBytes, digest);
 }
 
 FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
@@ -113,13 +139,16 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     const auto start = std::chrono::steady_clock::now();
     logDownloadStart(impl.logger, file, tempPath);
 
+    impl.keptDigest.reset();
     FileUpdateResult result;
     result.filePath = tempPath;
     if (impl.config.baseUrls.empty()) {
-        const HttpResponse response = fetch(file.url, tempPath, file.size);
+        platform::Sha256 digest;
+        const HttpResponse response = fetch(file.url, tempPath, file.size, &digest);
         if (isSuccessStatus(response.statusCode) && fs::exists(tempPath)) {
             result.success = true;
             result.bytesDownloaded = response.bytesDownloaded;
+            impl.keepDigest(tempPath, digest.finish());
         } else {
             result.errorMessage = "Direct download failed: " + response.error;
         }
@@ -131,8 +160,12 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     std::string url;
     std::string succeededUrl;
     bool isArchive = false;
+    std::optional<platform::Sha256Digest> plainDigest;
     while (succeededUrl.empty() && candidates.next(url, isArchive)) {
-        const HttpResponse response = fetch(url, tempPath, isArchive ? archiveSizeLimit(file.size) : file.size);
+        // A fresh digest per attempt: every attempt rewrites the file from its start.
+        platform::Sha256 digest;
+        const HttpResponse response =
+            fetch(url, tempPath, isArchive ? archiveSizeLimit(file.size) : file.size, &digest);
         if (!isSuccessStatus(response.statusCode)) {
             impl.logger.warning("Download attempt failed: " + url + " => " + response.error + " (" +
                                 std::to_string(response.statusCode) + ")");
@@ -145,6 +178,7 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
             continue;
         }
         succeededUrl = url;
+        plainDigest = digest.finish();
     }
     if (succeededUrl.empty()) {
         std::error_code ignored;
@@ -157,8 +191,11 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     result.success = true;
     // Only the lower-case suffix names an archive, as the candidates are formed.
     if (succeededUrl.size() >= 4 && endsWith(succeededUrl, ".zip")) {
+        // The digest of the archive says nothing about the file taken out of it.
         extractArchive(file, tempPath, result, impl.logger);
         if (!result.success) return result;
+    } else {
+        impl.keepDigest(tempPath, plainDigest);
     }
     checkSize(file, result, impl.logger);
     return result;

@@ -10,7 +10,8 @@ namespace velk::updater {
 
 namespace fs = std::filesystem;
 
-FileCheck checkFile(const fs::path& path, const ManifestFile& expected, DigestCase digestCase, bool compareSize) {
+FileCheck checkFile(const fs::path& path, const ManifestFile& expected, DigestCase digestCase, bool compareSize,
+                    const std::string& knownSha256) {
     FileCheck check;
     if (!fs::exists(path)) return check;
     check.actualSize = fs::file_size(path);
@@ -18,13 +19,17 @@ FileCheck checkFile(const fs::path& path, const ManifestFile& expected, DigestCa
         check.state = FileState::SizeMismatch;
         return check;
     }
-    const CryptoResult digest = CryptoUtils::sha256File(path.string());
-    if (!digest.success) {
-        check.state = FileState::HashFailed;
-        check.error = digest.error;
-        return check;
+    if (knownSha256.empty()) {
+        const CryptoResult digest = CryptoUtils::sha256File(path.string());
+        if (!digest.success) {
+            check.state = FileState::HashFailed;
+            check.error = digest.error;
+            return check;
+        }
+        check.actualSha256 = CryptoUtils::toHex(digest.data);
+    } else {
+        check.actualSha256 = knownSha256;
     }
-    check.actualSha256 = CryptoUtils::toHex(digest.data);
     const bool same = digestCase == DigestCase::Exact ? check.actualSha256 == expected.sha256
                                                       : sameDigestIgnoringCase(check.actualSha256, expected.sha256);
     check.state = same ? FileState::Current : FileState::HashMismatch;

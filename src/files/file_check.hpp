@@ -26,9 +26,11 @@ struct FileCheck {
 };
 
 // Size first (when `compareSize`), then SHA-256. Throws the filesystem error when the
-// file's size cannot be read; safe to call from several threads at once.
+// file's size cannot be read; safe to call from several threads at once. A `knownSha256`
+// (lower-case hexadecimal of the file's current content, taken while it was written)
+// stands in for reading the file again.
 FileCheck checkFile(const std::filesystem::path& path, const ManifestFile& expected, DigestCase digestCase,
-                    bool compareSize = true);
+                    bool compareSize = true, const std::string& knownSha256 = "");
 
 // Throws a filesystem error unless `path`, with its links resolved, lies inside `folder`.
 // Every file the updater writes or deletes is checked with it first, so neither a manifest

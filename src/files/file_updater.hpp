@@ -10,6 +10,7 @@
 #include "http/http_client.hpp"
 #include "logging/logger.hpp"
 #include "manifest/manifest.hpp"
+#include "platform/sha256.hpp"
 
 namespace velk::updater {
 
@@ -99,7 +100,9 @@ public:
     // Streams `url` into `path`, replacing it: the one transfer every downloaded file goes
     // through. An error page lands in the file too; the status is the caller's to judge. A
     // body longer than `maxBytes` (when above 0) fails the transfer as soon as it passes it.
-    HttpResponse fetch(const std::string& url, const std::string& path, std::uint64_t maxBytes);
+    // `digest`, when given, is fed every byte that reaches the file.
+    HttpResponse fetch(const std::string& url, const std::string& path, std::uint64_t maxBytes,
+                       platform::Sha256* digest = nullptr);
     static bool isUrl(const std::string& text);
 
     std::uint64_t successfulCount() const;

@@ -2,6 +2,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
 
 #include "files/file_updater.hpp"
 
@@ -22,6 +25,21 @@ struct FileUpdater::Impl {
     std::uint64_t successfulCount = 0;
     std::uint64_t failedCount = 0;
     std::uint64_t totalBytesDownloaded = 0;
+
+    // The digest taken while the last plain download was written, so that its verification
+    // need not read the file again. It stands for the file only while the file's size and
+    // modification time are still those seen right after the download.
+    struct KeptDigest {
+        std::string path;
+        std::uintmax_t size = 0;
+        std::filesystem::file_time_type written{};
+        std::string sha256;
+    };
+    std::optional<KeptDigest> keptDigest;
+
+    void keepDigest(const std::string& path, const std::optional<platform::Sha256Digest>& digest);
+    // The kept digest of the file at `path`, or empty when there is none or the file changed.
+    std::string keptDigestOf(const std::string& path) const;
 };
 
 inline std::uint64_t millisecondsSince(std::chrono::steady_clock::time_point start) {

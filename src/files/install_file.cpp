@@ -23,6 +23,15 @@ void replaceWithStaging(const fs::path& staging, const fs::path& target) {
     }
 }
 
+// Copies into a new file through the system's copy, which moves the bytes without passing
+// them through this process; fails as fs::copy_file does when the target exists.
+void copyToNewFile(const fs::path& source, const fs::path& target) {
+    std::error_code error;
+    if (!platform::copyFileFast(source.string(), target.string(), error)) {
+        throw fs::filesystem_error("cannot copy file", source, target, error);
+    }
+}
+
 }  // namespace
 
 FileUpdateResult FileUpdater::installFile(const ManifestFile& file, const std::string& downloadedPath,
@@ -42,7 +51,7 @@ FileUpdateResult FileUpdater::installFile(const ManifestFile& file, const std::s
             const fs::path backup = getBackupPath(file);
             fs::create_directories(backup.parent_path());
             requireInside(impl.config.backupDirectory, backup);
-            fs::copy_file(target, backup, fs::copy_options::none);
+            copyToNewFile(target, backup);
             impl.logger.debug("Created backup: " + backup.string());
         }
 
@@ -53,7 +62,7 @@ FileUpdateResult FileUpdater::installFile(const ManifestFile& file, const std::s
                 impl.logger.debug("Removing leftover staging file: " + staging.string());
                 fs::remove(staging);
             }
-            fs::copy_file(downloadedPath, staging, fs::copy_options::none);
+            copyToNewFile(downloadedPath, staging);
             // Point of no return: from here on the target holds the new file.
             replaceWithStaging(staging, target);
         } else {

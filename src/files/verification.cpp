@@ -55,7 +55,7 @@ bool FileUpdater::verifyFileIntegrity(const std::string& path, const std::string
     try {
         ManifestFile expected;
         expected.sha256 = expectedSha256;
-        const FileCheck check = checkFile(path, expected, DigestCase::IgnoreCase, false);
+        const FileCheck check = checkFile(path, expected, DigestCase::IgnoreCase, false, impl_->keptDigestOf(path));
         if (check.state == FileState::Missing) {
             logger.error("File does not exist for verification: " + path);
             return false;

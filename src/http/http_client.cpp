@@ -27,6 +27,7 @@ HeaderList buildHeaders(const std::vector<std::string>& fixed, const HttpHeaders
 struct BodyTarget {
     std::string* text = nullptr;
     std::ofstream* file = nullptr;
+    platform::Sha256* digest = nullptr;  // fed what reaches the file
     std::uint64_t limit = 0;  // 0: no limit
     std::uint64_t received = 0;
     bool exceeded = false;
@@ -46,7 +47,10 @@ std::size_t writeBody(char* data, std::size_t size, std::size_t count, void* con
         return bytes;
     }
     target.file->write(data, static_cast<std::streamsize>(bytes));
-    return target.file->fail() ? 0 : bytes;
+    if (target.file->fail()) return 0;
+    // A failing hasher only loses the digest (its finish() reports nothing), not the file.
+    if (target.digest != nullptr) target.digest->update(data, bytes);
+    return bytes;
 }
 
 // Lets libcurl refuse a body whose announced length is already too long.
@@ -154,7 +158,7 @@ HttpResponse HttpClient::get(const std::string& url, const HttpHeaders& headers)
     const HeaderList list = buildHeaders({}, headers, impl_->config.defaultHeaders);
     if (list) curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list.get());
     std::string body;
-    BodyTarget target{&body, nullptr, impl_->config.maxBodyBytes};
+    BodyTarget target{&body, nullptr, nullptr, impl_->config.maxBodyBytes};
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, writeBody);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &target);
     limitBody(curl, target.limit);
@@ -178,7 +182,7 @@ HttpResponse HttpClient::get(const std::string& url, const HttpHeaders& headers)
 
 HttpResponse HttpClient::download(const std::string& url, const std::string& outputPath,
                                   const DownloadProgress& progress, const HttpHeaders& headers,
-                                  std::uint64_t maxBytes) {
+                                  std::uint64_t maxBytes, platform::Sha256* digest) {
     const Stopwatch clock;
     HttpResponse response;
     CURL* curl = impl_->handle.get();
@@ -199,7 +203,7 @@ HttpResponse HttpClient::download(const std::string& url, const std::string& out
     curl_easy_setopt(curl, CURLOPT_BUFFERSIZE, 512L * 1024L);
     const HeaderList list = buildHeaders({"Accept-Encoding: identity", "Cache-Control: no-cache"}, headers, {});
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list.get());
-    BodyTarget target{nullptr, &file, maxBytes};
+    BodyTarget target{nullptr, &file, digest, maxBytes};
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, writeBody);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &target);
     limitBody(curl, maxBytes);

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/sha256.hpp"
+
 namespace velk::updater {
 
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
@@ -54,9 +56,12 @@ public:
     HttpResponse get(const std::string& url, const HttpHeaders& headers);
     // Streams a URL into a file, replacing its content; an error page lands in the file too.
     // With `maxBytes` above 0 the transfer fails as soon as the body passes it, or at once
-    // when the server announces more.
+    // when the server announces more. Every byte written to the file is also fed to
+    // `digest`, when given, so the file need not be read again to be hashed; the digest
+    // covers exactly what the file holds afterwards.
     HttpResponse download(const std::string& url, const std::string& outputPath, const DownloadProgress& progress,
-                          const HttpHeaders& headers, std::uint64_t maxBytes = 0);
+                          const HttpHeaders& headers, std::uint64_t maxBytes = 0,
+                          platform::Sha256* digest = nullptr);
 
 private:
     struct Impl;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <system_error>
 
 namespace velk::updater::platform {
 
@@ -11,5 +12,12 @@ bool flushFile(const std::string& path);
 // Moves `source` over `target` in one step, replacing it (a copy when the two are on
 // different volumes). False with the system's text in `error` on failure.
 bool replaceFile(const std::string& source, const std::string& target, std::string& error);
+
+// Copies `source` to a new file `target` through the system's own copy, which moves the
+// bytes inside the kernel (or shares them on file systems that can) instead of through a
+// buffer of ours. The copy takes the source's permissions; it fails when `target` exists
+// already. False with the system's error in `error` on failure; a partly written target
+// is removed.
+bool copyFileFast(const std::string& source, const std::string& target, std::error_code& error);
 
 }  // namespace velk::updater::platform

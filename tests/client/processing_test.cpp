@@ -136,5 +136,49 @@ TEST_F(ProcessingTest, DirectoryInPlaceOfAFileIsAnErrorDuringCheck) {
     EXPECT_TRUE(log_.contains("[INFO] Corrupted files: 1"));
 }
 
+// Files are hashed on several threads; what the pass reports still follows the manifest.
+TEST_F(ProcessingTest, ParallelPassReportsInManifestOrder) {
+    struct Row {
+        const char* name;
+        const char* installed;  // nullptr: not installed
+        const char* status;     // nullptr: current
+    };
+    const std::vector<Row> rows = {
+        {"a.dll", "content a", nullptr},       {"b.dll", nullptr, "missing"},
+        {"c.dll", "content X", "hash mismatch"}, {"d.dll", "short", "size mismatch"},
+        {"e.dll", "content e", nullptr},       {"f.dll", "content F", "hash mismatch"},
+        {"g.dll", "content g", nullptr},       {"h.dll", nullptr, "missing"},
+    };
+    std::vector<json> files;
+    std::vector<std::string> expected;
+    for (const Row& row : rows) {
+        const std::string name = row.name;
+        files.push_back(publish(name, "content " + name.substr(0, 1)));
+        if (row.installed != nullptr) test::writeFile(installDir() / name, row.installed);
+        expected.push_back(row.status == nullptr ? "[DEBUG] File " + name + " is already current - skipping download"
+                                                 : "[DEBUG] File " + name + " needs updating (" + row.status + ")");
+    }
+    client().processManifest(manifest("1.0.0", "100", files));
+    std::vector<std::string> decisions;
+    for (const auto& line : log_.lines()) {
+        if (line.find("needs updating (") != std::string::npos || line.find("already current - skipping") != std::string::npos) {
+            decisions.push_back(line);
+        }
+    }
+    EXPECT_EQ(decisions, expected);
+    EXPECT_TRUE(log_.contains("[INFO] Corrupted files: 3"));
+}
+
+// A second entry for the same file sees what the first one left: a wrong copy deleted by
+// the first is missing for the second, not hashed before the deletion.
+TEST_F(ProcessingTest, SecondEntryForTheSameFileSeesTheFirstOnesDeletion) {
+    test::writeFile(installDir() / "VELK.dll", "xyz");
+    json second = publish("VELK_copy.dll", "lib");
+    second["target_path"] = "VELK.dll";
+    client().processManifest(manifest("1.0.0", "100", {publish("VELK.dll", "lib"), second}));
+    EXPECT_TRUE(log_.contains("[DEBUG] File VELK.dll needs updating (hash mismatch)"));
+    EXPECT_TRUE(log_.contains("[INFO] File missing: VELK_copy.dll"));
+}
+
 }  // namespace
 }  // namespace velk::updater

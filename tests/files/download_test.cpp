@@ -130,5 +130,38 @@ TEST_F(DownloadTest, WithoutBaseUrlsTheEntryUrlIsFetchedDirectly) {
     EXPECT_EQ(missing.errorMessage, "Direct download failed: ");
 }
 
+// The digest is taken while the file is written; attempts cut off before the one that
+// succeeds must leave nothing of theirs in it.
+TEST_F(DownloadTest, DigestTakenDuringDownloadIsThatOfTheFileAfterCutOffAttempts) {
+    const std::string content(100 * 1024, 'v');
+    server_.setEndless("/cdn/files/VELK.dll.zip");
+    server_.setEndless("/cdn/files/VELK.dll");
+    server_.set("/mirror/files/VELK.dll", content);
+    const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    EXPECT_TRUE(updater().verifyFileIntegrity(result.filePath, sha256Hex(content)));
+    EXPECT_TRUE(log_.contains("[INFO] Actual SHA256: " + sha256Hex(content)));
+}
+
+// The temporary folder is shared: a download replaced after it was written (another size,
+// or the same size with another modification time) is hashed again, not judged by the
+// digest taken while the original was written.
+class SwappedDownload : public FileUpdaterTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(SwappedDownload, FileChangedAfterItsDownloadIsReadAgain) {
+    const std::string content = "library v2!";
+    const std::string replacement = GetParam();
+    server_.set("/cdn/files/VELK.dll", content);
+    const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    const auto written = fs::last_write_time(result.filePath);
+    test::writeFile(result.filePath, replacement);
+    fs::last_write_time(result.filePath, written - std::chrono::hours(1));
+    EXPECT_FALSE(updater().verifyFileIntegrity(result.filePath, sha256Hex(content)));
+    EXPECT_TRUE(log_.contains("[INFO] Actual SHA256: " + sha256Hex(replacement)));
+}
+
+INSTANTIATE_TEST_SUITE_P(OtherSizeOrSameSize, SwappedDownload, ::testing::Values("evil library!", "EVIL LIB v2"));
+
 }  // namespace
 }  // namespace velk::updater

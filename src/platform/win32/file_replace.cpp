@@ -24,4 +24,16 @@ bool replaceFile(const std::string& source, const std::string& target, std::stri
     return false;
 }
 
+// CopyFileExW lets the system copy in large blocks (or on the server, for a share) and
+// removes a partly written target itself when the copy fails.
+bool copyFileFast(const std::string& source, const std::string& target, std::error_code& error) {
+    if (CopyFileExW(utf8ToWide(source).c_str(), utf8ToWide(target).c_str(), nullptr, nullptr, nullptr,
+                    COPY_FILE_FAIL_IF_EXISTS)) {
+        error.clear();
+        return true;
+    }
+    error = std::error_code(static_cast<int>(GetLastError()), std::system_category());
+    return false;
+}
+
 }  // namespace velk::updater::platform
