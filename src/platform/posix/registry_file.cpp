@@ -183,8 +183,9 @@ std::optional<RegistryValue> parseValueData(std::string name, const std::string&
     if (kind == "hex") {
         value.type = kRegBinary;
     } else if (kind.size() > 5 && kind.rfind("hex(", 0) == 0 && kind.back() == ')') {
+        // A type is 32 bits; longer digits would overflow the conversion.
         const std::string digits = kind.substr(4, kind.size() - 5);
-        if (!std::all_of(digits.begin(), digits.end(), ::isxdigit)) return std::nullopt;
+        if (digits.size() > 8 || !std::all_of(digits.begin(), digits.end(), ::isxdigit)) return std::nullopt;
         value.type = static_cast<std::uint32_t>(std::stoul(digits, nullptr, 16));
     } else {
         return std::nullopt;
