@@ -29,6 +29,21 @@ bool isDeviceName(std::string_view name) {
     return numbered && stem[3] >= '0' && stem[3] <= '9';
 }
 
+// A segment as a server reads it: "%2e" is a dot, so ".%2E" is "..".
+std::string withDotsDecoded(std::string_view segment) {
+    const std::string text = upper(segment);
+    std::string decoded;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text.compare(at, 3, "%2E") == 0) {
+            decoded += '.';
+            at += 2;
+        } else {
+            decoded += text[at];
+        }
+    }
+    return decoded;
+}
+
 std::vector<std::string_view> segments(std::string_view path, std::string_view separators) {
     std::vector<std::string_view> parts;
     std::size_t start = 0;
@@ -44,9 +59,12 @@ std::vector<std::string_view> segments(std::string_view path, std::string_view s
 
 std::string fileNameProblem(const std::string& name) {
     if (name.empty()) return "File name is empty";
-    if (name == "." || name == "..") return "File name is a folder reference: " + name;
+    // The name is also the last segment of a download URL, where "%2E%2E" means "..".
+    const std::string decoded = withDotsDecoded(name);
+    if (decoded == "." || decoded == "..") return "File name is a folder reference: " + name;
     if (hasControlCharacter(name)) return "File name holds a control character";
-    if (name.find_first_of("/\\:<>\"|?*") != std::string::npos) return "File name is not a plain file name: " + name;
+    // '#' is allowed by Windows, but in a download URL it would end the path.
+    if (name.find_first_of("/\\:<>\"|?*#") != std::string::npos) return "File name is not a plain file name: " + name;
     if (name.back() == '.' || name.back() == ' ') return "File name ends in a dot or blank: " + name;
     if (isDeviceName(name)) return "File name is a device name: " + name;
     return {};
@@ -70,15 +88,15 @@ std::string targetPathProblem(const std::string& targetPath) {
 
 std::string urlPathProblem(const std::string& url) {
     if (hasControlCharacter(url)) return "File URL holds a control character";
+    // Only a leading "http://" or "https://" makes the text absolute, as for the download
+    // itself; anything else, "://" included, is a path relative to a base.
+    const bool absolute = url.rfind("http://", 0) == 0 || url.rfind("https://", 0) == 0;
     const std::size_t scheme = url.find("://");
-    const std::size_t pathStart = scheme == std::string::npos ? 0 : url.find('/', scheme + 3);
+    const std::size_t pathStart = absolute ? url.find('/', scheme + 3) : 0;
     if (pathStart == std::string::npos) return {};
     const std::string_view path = std::string_view(url).substr(pathStart, url.find_first_of("?#", pathStart) - pathStart);
     for (const std::string_view segment : segments(path, "/\\")) {
-        const std::string decoded = upper(segment);
-        if (segment == ".." || decoded == "%2E%2E" || decoded == ".%2E" || decoded == "%2E.") {
-            return "File URL leaves its base: " + url;
-        }
+        if (withDotsDecoded(segment) == "..") return "File URL leaves its base: " + url;
     }
     return {};
 }
