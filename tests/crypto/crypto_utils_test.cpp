@@ -30,8 +30,6 @@ TEST_F(CryptoUtilsTest, FileDigestMatchesMemoryDigestAroundTheBufferSize) {
         ASSERT_TRUE(file.success) << file.error;
         EXPECT_EQ(file.data, CryptoUtils::sha256(content).data) << size;
     }
-    EXPECT_EQ(CryptoUtils::toHex(CryptoUtils::sha256File((dir_ / "f0").string()).data),
-              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
 }
 
 TEST_F(CryptoUtilsTest, UnopenableAndUnreadableFiles) {
@@ -68,7 +66,6 @@ TEST(CryptoUtilsLifecycle, DigestsAndVerificationsNeedInitialize) {
     EXPECT_EQ(CryptoUtils::verifyRsaSha256("m", "!!", "!!").error, "CryptoUtils not initialized");
     // Decoding comes first on the Ed25519 text path and needs no initialisation.
     EXPECT_EQ(CryptoUtils::verifyEd25519Base64("m", "", "a2V5").error, "Failed to decode signature: Empty base64 string");
-    EXPECT_TRUE(CryptoUtils::fromBase64("a2V5").success);
 
     ASSERT_TRUE(CryptoUtils::initialize());
     ASSERT_TRUE(CryptoUtils::initialize());
@@ -78,8 +75,7 @@ TEST(CryptoUtilsLifecycle, DigestsAndVerificationsNeedInitialize) {
 }
 
 TEST(Encodings, HexAndBase64) {
-    EXPECT_EQ(CryptoUtils::toHex({0x00, 0xAB, 0x0F}), "00ab0f");
-    EXPECT_EQ(CryptoUtils::toHex({}), "");
+    EXPECT_EQ(CryptoUtils::toHex({}), "");  // the digests of the published vectors check the rest
     EXPECT_EQ(CryptoUtils::fromBase64("").error, "Empty base64 string");
     const CryptoResult lineEnd = CryptoUtils::fromBase64("aGVsbG8=\r\n");
     ASSERT_TRUE(lineEnd.success);

@@ -55,47 +55,38 @@ TEST_F(InstallationTest, DirectoryProblemsAreReportedInOrder) {
     EXPECT_FALSE(validateInstallation(plain).valid);
 }
 
-TEST_F(InstallationTest, MissingFilesAreListedInOrderWithoutAWriteTest) {
+// The write test runs only once every required file is there, and leaves nothing behind.
+TEST_F(InstallationTest, MissingFilesAreListedInOrderBeforeTheWriteTest) {
     writeFile(installDir() / "VELK_Service.exe", "x");
     const std::string dir = installDir().string();
-    const ValidationResult result = validateInstallation(dir);
-    EXPECT_FALSE(result.valid);
-    EXPECT_EQ(result.message, "Missing required VELK files in " + dir + ": VELK.dll, VELK_Launcher.exe");
-    EXPECT_EQ(result.missingItems, (std::vector<std::string>{"VELK.dll", "VELK_Launcher.exe"}));
+    const ValidationResult missing = validateInstallation(dir);
+    EXPECT_FALSE(missing.valid);
+    EXPECT_EQ(missing.message, "Missing required VELK files in " + dir + ": VELK.dll, VELK_Launcher.exe");
+    EXPECT_EQ(missing.missingItems, (std::vector<std::string>{"VELK.dll", "VELK_Launcher.exe"}));
+
+    addRequiredFiles();
+    const ValidationResult complete = validateInstallation(dir);
+    EXPECT_TRUE(complete.valid);
+    EXPECT_EQ(complete.message, "VELK installation validated successfully");
+    EXPECT_TRUE(complete.missingItems.empty());
     EXPECT_FALSE(exists(installDir() / "velk_updater_write_test.tmp"));
 }
 
-TEST_F(InstallationTest, CompleteWritableDirectoryPassesAndLeavesNoTestFile) {
+TEST_F(InstallationTest, FailedWriteTestIsReported) {
     addRequiredFiles();
-    const ValidationResult result = validateInstallation(installDir().string());
-    EXPECT_TRUE(result.valid);
-    EXPECT_EQ(result.message, "VELK installation validated successfully");
-    EXPECT_TRUE(result.missingItems.empty());
-    EXPECT_FALSE(exists(installDir() / "velk_updater_write_test.tmp"));
-}
-
-TEST_F(InstallationTest, UnwritableDirectoryIsReported) {
-    addRequiredFiles();
-    test::ScopedImmutable locked(installDir());
-    if (!locked.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
     const std::string dir = installDir().string();
-    const ValidationResult result = validateInstallation(dir);
-    EXPECT_FALSE(result.valid);
-    EXPECT_EQ(result.message, "Installation directory is not writable: " + dir);
-}
-
-TEST_F(InstallationTest, UndeletableTestFileIsReportedWithTheSystemError) {
-    addRequiredFiles();
+    {
+        test::ScopedImmutable locked(installDir());
+        if (!locked.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
+        EXPECT_EQ(validateInstallation(dir).message, "Installation directory is not writable: " + dir);
+    }
     // A test file that exists already and cannot be removed: it opens for writing, the
-    // removal fails.
+    // removal fails with the system's error.
     writeFile(installDir() / "velk_updater_write_test.tmp", "");
     test::ScopedImmutable locked(installDir());
-    if (!locked.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
-    const std::string dir = installDir().string();
     const ValidationResult result = validateInstallation(dir);
     EXPECT_FALSE(result.valid);
-    EXPECT_EQ(result.message.rfind("Cannot write to installation directory " + dir + ": ", 0), 0u)
-        << result.message;
+    EXPECT_EQ(result.message.rfind("Cannot write to installation directory " + dir + ": ", 0), 0u) << result.message;
 }
 
 TEST_F(InstallationTest, ServicesCheckNamesWhatIsMissing) {

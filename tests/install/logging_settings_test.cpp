@@ -3,10 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <sstream>
 #include <vector>
 
-#include "support/test_support.hpp"
+#include "support/log_capture.hpp"
 
 namespace velk::updater {
 namespace {
@@ -38,46 +37,31 @@ TEST_F(LoggingSettingsTest, SwitchesFallBackToDefaultsUnlessTypedRight) {
     EXPECT_EQ(readLoggingString("Empty", "fallback"), "fallback");
 }
 
-// A log directory with files of given ages, and a logger that records what the clean-up
-// says into a file elsewhere.
+// A log directory with files of given ages, and a logger that records what the clean-up says.
 class LogCleanupTest : public LoggingSettingsTest {
 protected:
-    LogCleanupTest() {
-        fs::create_directories(logDir());
-        LoggerConfig config;
-        config.asyncMode = false;
-        config.pattern = "[{level}] {message}";
-        config.logFilePath = (captured_.path() / "capture.log").string();
-        logger_ = std::make_unique<Logger>(config);
-        EXPECT_TRUE(logger_->initialize());
-    }
+    LogCleanupTest() { fs::create_directories(logDir()); }
     fs::path logDir() const { return root() / "logs"; }
     void addFile(const std::string& name, std::chrono::hours age) {
         writeFile(logDir() / name, "old line\n");
         fs::last_write_time(logDir() / name, fs::file_time_type::clock::now() - age - std::chrono::seconds(5));
     }
-    std::vector<std::string> lines() {
-        logger_->shutdown();
-        std::vector<std::string> result;
-        std::istringstream text(test::readFile(captured_.path() / "capture.log"));
-        for (std::string line; std::getline(text, line);) result.push_back(line);
-        return result;
-    }
+    std::vector<std::string> lines() const { return log_.lines(); }
     std::vector<std::string> remaining() const {
         std::vector<std::string> names;
         for (const auto& entry : fs::directory_iterator(logDir())) names.push_back(entry.path().filename().string());
         std::sort(names.begin(), names.end());
         return names;
     }
+    void cleanup(const fs::path& dir) { cleanupOldLogs(dir.string(), log_.logger()); }
     static constexpr std::chrono::hours kDay{24};
 
-    test::TempDir captured_;
-    std::unique_ptr<Logger> logger_;
+    test::LogCapture log_;
 };
 
 TEST_F(LogCleanupTest, NothingHappensUnlessEnabled) {
     addFile("ancient.log", 400 * kDay);
-    cleanupOldLogs(logDir().string(), *logger_);
+    cleanup(logDir());
     EXPECT_EQ(remaining(), (std::vector<std::string>{"ancient.log"}));
     EXPECT_TRUE(lines().empty());
 }
@@ -89,7 +73,7 @@ TEST_F(LogCleanupTest, DefaultRetentionRemovesOnlyOldDotLogFilesAtTopLevel) {
     addFile("updater.log.1", 100 * kDay);
     addFile("SHOUT.LOG", 100 * kDay);
     addFile("sub/deep.log", 100 * kDay);
-    cleanupOldLogs(logDir().string(), *logger_);
+    cleanup(logDir());
     EXPECT_EQ(remaining(), (std::vector<std::string>{"SHOUT.LOG", "recent.log", "sub", "updater.log.1"}));
     EXPECT_TRUE(fs::exists(logDir() / "sub" / "deep.log"));
     EXPECT_EQ(lines(), (std::vector<std::string>{"[INFO] Cleaned up old log file: old.log",
@@ -104,7 +88,7 @@ TEST_F(LogCleanupTest, ZeroRetentionRemovesEverythingAndOneStuckFileWarnsOnce) {
     test::ScopedImmutable stuck(logDir() / "stuck.log");
     if (!stuck.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
 
-    cleanupOldLogs(logDir().string(), *logger_);
+    cleanup(logDir());
     EXPECT_EQ(remaining(), (std::vector<std::string>{"stuck.log"}));
     const auto logged = lines();
     const std::string warning = "[WARNING] Failed to remove log file " + (logDir() / "stuck.log").string() + ": ";
@@ -117,7 +101,7 @@ TEST_F(LogCleanupTest, ZeroRetentionRemovesEverythingAndOneStuckFileWarnsOnce) {
 
 TEST_F(LogCleanupTest, MissingDirectoryIsNotAnError) {
     logging("\"CleanupOnStartup\"=dword:00000001\n");
-    cleanupOldLogs((root() / "nowhere").string(), *logger_);
+    cleanup(root() / "nowhere");
     EXPECT_TRUE(lines().empty());
 }
 

@@ -131,9 +131,6 @@ TEST_F(VersionRecordTest, ValidateVersionAppliesTheDowngradePolicyToNumericOrder
 
     EXPECT_EQ(validateVersion("10.0.1", false).message, "Upgrade: 10.0.0 -> 10.0.1");
     EXPECT_EQ(validateVersion("10.0", false).message, "Target version matches installed version (10.0.0)");
-
-    registry("\"Version\"=\"1.2.9\"\n");
-    EXPECT_EQ(validateVersion("1.2.10", false).message, "Upgrade: 1.2.9 -> 1.2.10");
 }
 
 }  // namespace

@@ -3,48 +3,28 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/rsa.h>
-#include <openssl/x509.h>
 #include <sodium.h>
 
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "crypto/crypto_utils.hpp"
+#include "manifest/manifest_verifier.hpp"
+#include "support/log_capture.hpp"
 #include "support/process_runner.hpp"
-#include "support/test_support.hpp"
 
 namespace velk::test {
 namespace {
 
 using nlohmann::json;
 
-std::string decode64(const std::string& text) {
-    std::string bytes(text.size(), '\0');
-    std::size_t length = 0;
-    EXPECT_EQ(sodium_base642bin(reinterpret_cast<unsigned char*>(bytes.data()), bytes.size(), text.c_str(),
-                                text.size(), nullptr, &length, nullptr, sodium_base64_VARIANT_ORIGINAL),
-              0);
-    bytes.resize(length);
-    return bytes;
-}
-
-std::string sha256Hex(const std::string& bytes) {
-    unsigned char digest[crypto_hash_sha256_BYTES];
-    crypto_hash_sha256(digest, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-    char hex[2 * crypto_hash_sha256_BYTES + 1];
-    sodium_bin2hex(hex, sizeof hex, digest, sizeof digest);
-    return hex;
-}
-
-// The text the updater's verifier checks the signature of.
-std::string signedText(const json& manifest) {
-    std::string text = manifest["version"].get<std::string>() + manifest["build_number"].get<std::string>() +
-                       manifest["git_commit"].get<std::string>();
-    for (const auto& file : manifest["files"]) {
-        text += file["name"].get<std::string>() + file["sha256"].get<std::string>() +
-                std::to_string(file["size"].get<long long>());
-    }
-    return text;
+// Whether the updater accepts the document with these keys pinned.
+bool accepted(const json& document, const std::string& ed25519Key, const std::string& rsaKey = "") {
+    updater::ManifestVerifierConfig config;
+    config.publicKey = ed25519Key;
+    config.rsaPublicKey = rsaKey;
+    LogCapture log;
+    return updater::ManifestVerifier(config, log.logger()).parseAndVerify(document.dump()).valid;
 }
 
 std::map<std::string, std::string> unzip(const fs::path& zipPath) {
@@ -64,10 +44,11 @@ std::map<std::string, std::string> unzip(const fs::path& zipPath) {
 class PublishTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_GE(sodium_init(), 0);
+        ASSERT_TRUE(updater::CryptoUtils::initialize());
         writeFile(dir_ / "release" / "VELK.dll", "library bytes");
         writeFile(dir_ / "release" / "drivers" / "VELK_Sys.sys", std::string(70000, 'd'));
     }
+    void TearDown() override { updater::CryptoUtils::cleanup(); }
     ProcessResult publish(std::vector<std::string> extra) {
         std::vector<std::string> args{"--release", (dir_ / "release").string(), "--out", (dir_ / "site").string(),
                                       "--version", "2.1.0", "--build", "1234", "--commit", "abc123"};
@@ -94,7 +75,8 @@ TEST_F(PublishTest, ManifestDescribesEveryFileAndItsSignatureVerifies) {
         const std::string target = file["target_path"];
         const std::string content = readFile(dir_ / "release" / target);
         EXPECT_EQ(file["size"].get<std::size_t>(), content.size()) << target;
-        EXPECT_EQ(file["sha256"], sha256Hex(content)) << target;
+        const auto digest = updater::CryptoUtils::sha256(content).data;
+        EXPECT_EQ(file["sha256"], updater::CryptoUtils::toHex(digest)) << target;
         EXPECT_EQ(file["url"], "files/" + target);
         EXPECT_EQ(readFile(dir_ / "site" / "files" / target), content);
         const auto zipped = unzip(dir_ / "site" / "files" / (target + ".zip"));
@@ -104,21 +86,12 @@ TEST_F(PublishTest, ManifestDescribesEveryFileAndItsSignatureVerifies) {
     }
     EXPECT_EQ(manifest["files"][1]["target_path"], "drivers/VELK_Sys.sys");
 
-    const json& signature = document["signature"];
-    EXPECT_EQ(signature["algorithm"], "Ed25519");
-    const std::string key = decode64(signature["public_key"]);
-    const std::string sig = decode64(signature["signature"]);
-    const std::string message = signedText(manifest);
-    ASSERT_EQ(key.size(), crypto_sign_PUBLICKEYBYTES);
-    EXPECT_EQ(crypto_sign_verify_detached(reinterpret_cast<const unsigned char*>(sig.data()),
-                                          reinterpret_cast<const unsigned char*>(message.data()), message.size(),
-                                          reinterpret_cast<const unsigned char*>(key.data())),
-              0);
-    const std::string tampered = message + "x";
-    EXPECT_NE(crypto_sign_verify_detached(reinterpret_cast<const unsigned char*>(sig.data()),
-                                          reinterpret_cast<const unsigned char*>(tampered.data()), tampered.size(),
-                                          reinterpret_cast<const unsigned char*>(key.data())),
-              0);
+    EXPECT_EQ(document["signature"]["algorithm"], "Ed25519");
+    const std::string key = document["signature"]["public_key"];
+    EXPECT_TRUE(accepted(document, key));
+    json tampered = document;
+    tampered["manifest"]["files"][0]["size"] = 1;
+    EXPECT_FALSE(accepted(tampered, key));
 }
 
 TEST_F(PublishTest, GivenSeedGivesTheSameKeyAndUrlBaseMakesUrlsAbsolute) {
@@ -129,10 +102,11 @@ TEST_F(PublishTest, GivenSeedGivesTheSameKeyAndUrlBaseMakesUrlsAbsolute) {
     writeFile(dir_ / "seed.txt", std::string(encoded) + "\n");
     unsigned char publicKey[crypto_sign_PUBLICKEYBYTES], secretKey[crypto_sign_SECRETKEYBYTES];
     crypto_sign_seed_keypair(publicKey, secretKey, seed);
+    sodium_bin2base64(encoded, sizeof encoded, publicKey, sizeof publicKey, sodium_base64_VARIANT_ORIGINAL);
 
     ASSERT_EQ(publish({"--sign-ed25519", (dir_ / "seed.txt").string(), "--url-base", "http://h:1"}).exitCode, 0);
     const json document = manifestDocument();
-    EXPECT_EQ(decode64(document["signature"]["public_key"]), std::string(reinterpret_cast<char*>(publicKey), 32));
+    EXPECT_EQ(document["signature"]["public_key"], encoded);
     EXPECT_EQ(document["manifest"]["files"][0]["url"], "http://h:1/files/VELK.dll");
 }
 
@@ -163,18 +137,7 @@ TEST_F(PublishTest, RsaSignatureVerifiesWithTheEmbeddedKey) {
     ASSERT_EQ(publish({"--sign-rsa", (dir_ / "key.pem").string()}).exitCode, 0);
     const json document = manifestDocument();
     EXPECT_EQ(document["signature"]["algorithm"], "RSA-SHA256");
-    const std::string der = decode64(document["signature"]["public_key"]);
-    const auto* cursor = reinterpret_cast<const unsigned char*>(der.data());
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> publicKey(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(der.size())),
-                                                                  EVP_PKEY_free);
-    ASSERT_TRUE(publicKey);
-    const std::string sig = decode64(document["signature"]["signature"]);
-    const std::string message = signedText(document["manifest"]);
-    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-    ASSERT_EQ(EVP_DigestVerifyInit(ctx.get(), nullptr, EVP_sha256(), nullptr, publicKey.get()), 1);
-    EXPECT_EQ(EVP_DigestVerify(ctx.get(), reinterpret_cast<const unsigned char*>(sig.data()), sig.size(),
-                               reinterpret_cast<const unsigned char*>(message.data()), message.size()),
-              1);
+    EXPECT_TRUE(accepted(document, "", document["signature"]["public_key"]));
 }
 
 TEST_F(PublishTest, BadInvocationsFailWithoutWritingAManifest) {
