@@ -61,7 +61,6 @@ protected:
             ManifestVerifierConfig verifier;
             verifier.currentVersion = getInstalledVersion().empty() ? "0.0.0" : getInstalledVersion();
             verifier.currentBuildNumber = getInstalledBuildNumber().empty() ? "0" : getInstalledBuildNumber();
-            verifier.allowDowngrades = allowDowngrades_;
             SelfUpdaterConfig self;
             self.installDirectory = files.installDirectory;
             self.tempDirectory = files.tempDirectory;
@@ -77,7 +76,6 @@ protected:
     test::ScopedEnv tmpEnv_{"TMPDIR", tmp_.str()};
     test::HttpTestServer server_;
     test::LogCapture log_;
-    bool allowDowngrades_ = true;
     std::unique_ptr<UpdateClient> client_;
 };
 

@@ -19,7 +19,7 @@ protected:
     void SetUp() override {
         fs::create_directories(root());
         fs::create_directories(tmp());
-        productKey("\"InstallPath\"=\"" + installDir().string() + "\"\n");
+        productKey(installPathValue());
     }
 
     fs::path root() const { return dir_ / "root"; }
@@ -31,7 +31,14 @@ protected:
     void productKey(const std::string& values, const std::string& extraKeys = "") {
         writeRegistry(root(), std::string(kProductKeyHeader) + values + "\n" + extraKeys);
     }
+    std::string installPathValue() const { return "\"InstallPath\"=\"" + installDir().string() + "\"\n"; }
     std::string registryText() const { return readFile(root() / "registry.reg"); }
+    bool versionRecorded(const std::string& version) const {
+        return registryText().find("\"Version\"=\"" + version + "\"") != std::string::npos;
+    }
+    void expectInstalled(const std::map<std::string, std::string>& files) const {
+        for (const auto& [name, content] : files) EXPECT_EQ(readFile(installDir() / name), content) << name;
+    }
 
     // Publishes a release of the given files (relative path -> content), signed with a key
     // of this test's own unless `extra` names one.
@@ -84,6 +91,22 @@ protected:
     bool logged(const std::string& line) const {
         const auto lines = logLines();
         return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+    bool loggedStartingWith(const std::string& prefix) const {
+        const auto lines = logLines();
+        return std::any_of(lines.begin(), lines.end(),
+                           [&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
+    }
+
+    // Whether each line appears in `text`, in this order (other output may come between).
+    static bool printedInOrder(const std::string& text, const std::vector<std::string>& lines) {
+        std::size_t at = 0;
+        for (const auto& line : lines) {
+            at = text.find(line, at);
+            if (at == std::string::npos) return false;
+            at += line.size();
+        }
+        return true;
     }
 
     TempDir dir_;

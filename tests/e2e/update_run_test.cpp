@@ -3,41 +3,48 @@
 namespace velk::test {
 namespace {
 
-class UpdateRunTest : public EndToEndTest {
-protected:
-    void expectInstalled(const std::map<std::string, std::string>& files) {
-        for (const auto& [name, content] : files) EXPECT_EQ(readFile(installDir() / name), content) << name;
-    }
-};
+using UpdateRunTest = EndToEndTest;
 
-TEST_F(UpdateRunTest, FreshInstallThenNothingToDo) {
+TEST_F(UpdateRunTest, FreshInstallThenNothingToDoThenANewVersionOfTheSameFiles) {
     publish("1.0.0", "100", kRelease1, {"--zip"});
     startServer();
     const ProcessResult first = run({});
     EXPECT_EQ(first.exitCode, 0) << first.err;
-    EXPECT_NE(first.out.find("Running with administrator privileges.\n"), std::string::npos);
-    EXPECT_NE(first.out.find("WARNING: VELK installation incomplete or corrupted\n"), std::string::npos);
-    EXPECT_NE(first.out.find("Missing files: VELK_Service.exe, VELK.dll, VELK_Launcher.exe\n"), std::string::npos)
+    EXPECT_TRUE(printedInOrder(first.out, {"Running with administrator privileges.\n",
+                                           "WARNING: VELK installation incomplete or corrupted\n",
+                                           "Missing files: VELK_Service.exe, VELK.dll, VELK_Launcher.exe\n",
+                                           "WARNING: Could not determine installed VELK version\n",
+                                           "Update process completed successfully\n"}))
         << first.out;
-    EXPECT_NE(first.out.find("WARNING: Could not determine installed VELK version\n"), std::string::npos);
-    EXPECT_NE(first.out.find("Update process completed successfully\n"), std::string::npos);
     expectInstalled(kRelease1);
-    EXPECT_NE(registryText().find("\"Version\"=\"1.0.0\""), std::string::npos);
+    EXPECT_TRUE(versionRecorded("1.0.0"));
     EXPECT_NE(registryText().find("\"BuildNumber\"=\"100\""), std::string::npos);
     EXPECT_TRUE(logged("[INFO] VELK Update Client starting..."));
-    EXPECT_TRUE(logged("[INFO] Manifest URL: http://127.0.0.1:" + std::to_string(VELK_LOOPBACK_PORT) + "/update/manifest.json"));
+    EXPECT_TRUE(logged("[INFO] Manifest URL: http://127.0.0.1:" + std::to_string(VELK_LOOPBACK_PORT) +
+                       "/update/manifest.json"));
     EXPECT_TRUE(logged("[INFO] Extracted zip for file: VELK.dll"));
     EXPECT_TRUE(logged("[INFO] Updated registry with new version: 1.0.0 (build 100)"));
     EXPECT_EQ(logLines().back(), "[INFO] VELK Update Client shutting down");
 
+    fs::remove(logFile());
     const ProcessResult second = run({});
     EXPECT_EQ(second.exitCode, 0);
     EXPECT_NE(second.out.find("VELK installation state: OK\n"), std::string::npos);
     EXPECT_NE(second.out.find("Installed VELK version: 1.0.0 (build 100)\n"), std::string::npos);
-    EXPECT_TRUE(logged("[INFO] No update required - already at latest version (1.0.0) with all files current"));
+    EXPECT_TRUE(
+        logged("[INFO] No update required - already at latest version (1.0.0) with all files current"));
+    EXPECT_FALSE(logged("[INFO] File: VELK.dll")) << "nothing is downloaded";
+
+    // A newer release whose files are all in place only moves the version record.
+    fs::remove(logFile());
+    publish("1.0.1", "101", kRelease1);
+    EXPECT_EQ(run({}).exitCode, 0);
+    EXPECT_TRUE(logged("[INFO] No files need updating - all files are already current"));
+    EXPECT_FALSE(logged("[INFO] File: VELK.dll"));
+    EXPECT_TRUE(versionRecorded("1.0.1"));
 }
 
-TEST_F(UpdateRunTest, RepairsACorruptedFileAndUpgradesARecordedVersion) {
+TEST_F(UpdateRunTest, RepairsACorruptedFileAndUpgradesOnlyTheChangedFiles) {
     publish("1.0.0", "100", kRelease1);
     startServer();
     ASSERT_EQ(run({}).exitCode, 0);
@@ -46,32 +53,58 @@ TEST_F(UpdateRunTest, RepairsACorruptedFileAndUpgradesARecordedVersion) {
     EXPECT_TRUE(logged("[INFO] File repair needed despite same version"));
     expectInstalled(kRelease1);
 
+    fs::remove(logFile());
     publish("2.0.0", "200", kRelease2);
     const ProcessResult upgrade = run({"--verbose"});
     EXPECT_EQ(upgrade.exitCode, 0);
     expectInstalled(kRelease2);
-    EXPECT_NE(registryText().find("\"Version\"=\"2.0.0\""), std::string::npos);
+    EXPECT_TRUE(versionRecorded("2.0.0"));
     EXPECT_TRUE(logged("[INFO] Version comparison: 2.0.0 vs 1.0.0 = NEWER"));
     EXPECT_TRUE(logged("[DEBUG] File integrity OK: VELK_Launcher.exe"));
+    EXPECT_TRUE(logged("[INFO] File: VELK.dll"));
+    EXPECT_FALSE(logged("[INFO] File: VELK_Launcher.exe")) << "an unchanged file is not downloaded";
     EXPECT_NE(upgrade.out.find("[HTTP DEBUG] Status Code: 200"), std::string::npos);
 }
 
-TEST_F(UpdateRunTest, DisabledDowngradeIsRefusedUnlessForced) {
-    productKey("\"InstallPath\"=\"" + installDir().string() + "\"\n\"Version\"=\"2.1.0\"\n\"BuildNumber\"=\"5\"\n");
-    publish("2.0.9", "4", kRelease1);
+// Versions compare by their numbers, not their text ("10.0.0" is not older than "9.0.0"). A
+// refused release is refused before the check pass, which would delete a damaged file.
+TEST_F(UpdateRunTest, DisabledDowngradeIsRefusedBeforeAnyFileIsTouchedUnlessForced) {
+    struct Row {
+        std::string installed;
+        std::string offered;
+        bool accepted;
+    };
     startServer();
-    const ProcessResult refused = run({"--disable-downgrades"});
-    EXPECT_EQ(refused.exitCode, 0);
-    EXPECT_NE(refused.out.find("Update process failed or no updates available\n"), std::string::npos);
-    EXPECT_TRUE(logged("[INFO] Allow downgrades: DISABLED"));
-    EXPECT_TRUE(logged("[ERROR] Manifest verification failed: Version compatibility check failed"));
-    EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
+    for (const Row& row : std::vector<Row>{{"2.1.0", "2.0.9", false},
+                                           {"10.0.0", "9.0.0", false},
+                                           {"1.2.10", "1.2.9", false},
+                                           {"9.0.0", "10.0.0", true}}) {
+        SCOPED_TRACE(row.installed + " -> " + row.offered);
+        fs::remove_all(installDir());
+        writeFile(installDir() / "VELK.dll", "damaged");
+        productKey(installPathValue() + "\"Version\"=\"" + row.installed + "\"\n\"BuildNumber\"=\"5\"\n");
+        publish(row.offered, "5", kRelease1);
+        const ProcessResult result = run({"--disable-downgrades"});
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_TRUE(logged("[INFO] Allow downgrades: DISABLED"));
+        EXPECT_EQ(readFile(installDir() / "VELK.dll"), row.accepted ? kRelease1.at("VELK.dll") : "damaged");
+        EXPECT_TRUE(versionRecorded(row.accepted ? row.offered : row.installed));
+        if (row.accepted) {
+            EXPECT_TRUE(logged("[INFO] Version validation successful: Upgrade: " + row.installed + " -> " +
+                               row.offered));
+        } else {
+            EXPECT_NE(result.out.find("Update process failed or no updates available\n"), std::string::npos);
+            EXPECT_TRUE(logged("[WARNING] Downgrade detected: " + row.offered + " < " + row.installed));
+            EXPECT_TRUE(logged("[ERROR] Manifest verification failed: Version compatibility check failed"));
+        }
+    }
 
-    const ProcessResult forced = run({"--disable-downgrades", "--force"});
-    EXPECT_EQ(forced.exitCode, 0);
+    productKey(installPathValue() + "\"Version\"=\"2.1.0\"\n\"BuildNumber\"=\"5\"\n");
+    publish("2.0.9", "4", kRelease1);
+    EXPECT_EQ(run({"--disable-downgrades", "--force"}).exitCode, 0);
     EXPECT_TRUE(logged("[INFO] Force updates: ENABLED"));
     expectInstalled(kRelease1);
-    EXPECT_NE(registryText().find("\"Version\"=\"2.0.9\""), std::string::npos);
+    EXPECT_TRUE(versionRecorded("2.0.9"));
 }
 
 TEST_F(UpdateRunTest, CheckModeInstallsAndItsFailureEndsWithOne) {
@@ -97,7 +130,7 @@ TEST_F(UpdateRunTest, LocalManifestFileNeedsNoManifestUrl) {
     const ProcessResult result = run({"--manifest", (site() / "manifest.json").string()});
     EXPECT_EQ(result.exitCode, 0);
     expectInstalled(kRelease1);
-    for (const auto& line : logLines()) EXPECT_EQ(line.find("Manifest URL: "), std::string::npos) << line;
+    EXPECT_FALSE(loggedStartingWith("[INFO] Manifest URL: "));
     EXPECT_TRUE(logged("[INFO] Loading manifest from file: " + (site() / "manifest.json").string()));
     EXPECT_EQ(readFile(dir_ / "requests.log").find("/update/"), std::string::npos);
 }
@@ -117,18 +150,16 @@ TEST_F(UpdateRunTest, ServerFailingMidwayLeavesAConsistentInstallationThatTheNex
     // Old or new, never torn; the version record still says 1.0.0.
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), "library 2.0");
     EXPECT_FALSE(fs::exists(installDir() / "VELK_Service.exe"));
-    EXPECT_NE(registryText().find("\"Version\"=\"1.0.0\""), std::string::npos);
+    EXPECT_TRUE(versionRecorded("1.0.0"));
     // A failed download reports the temporary file it was writing, the URLs tried on the
     // same log line (their line ends shown escaped).
-    const std::string report = "[ERROR] [FAILED] Failed: " + (tmp() / "VELK_Service.exe.tmp").string() +
-                               " - Download failed after attempts (zip then plain per base):\\n";
-    const auto lines = logLines();
-    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& line) { return line.rfind(report, 0) == 0; }));
+    EXPECT_TRUE(loggedStartingWith("[ERROR] [FAILED] Failed: " + (tmp() / "VELK_Service.exe.tmp").string() +
+                                   " - Download failed after attempts (zip then plain per base):\\n"));
 
     writeFile(rules(), "");
     EXPECT_EQ(run({}).exitCode, 0);
     expectInstalled(kRelease2);
-    EXPECT_NE(registryText().find("\"Version\"=\"2.0.0\""), std::string::npos);
+    EXPECT_TRUE(versionRecorded("2.0.0"));
 }
 
 }  // namespace
