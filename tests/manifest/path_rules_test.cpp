@@ -22,6 +22,8 @@ TEST(ArbitraryInstallation, FileNamesMustBePlain) {
         {"a\nb", false},           {std::string("a\0b", 3), false}, {"x.", false},     {"x ", false},
         {"CON", false},            {"nul.dll", false},         {"Com1.txt", false},    {"lpt9", false},
         {"COM10", true},           {"CONSOLE.dll", true},      {"a|b", false},         {"a*b", false},
+        // The name is also a URL's last segment: these would ask the server for its parent.
+        {".%2E", false},           {"%2e%2e", false},          {"..#x", false},        {"100%.dll", true},
     };
     for (const Row& row : rows) EXPECT_EQ(fileNameProblem(row.text).empty(), row.allowed) << row.text;
 }
@@ -43,6 +45,8 @@ TEST(ArbitraryInstallation, DownloadUrlsStayBelowTheirBase) {
         {"files/VELK.dll", true},   {"https://cdn.example/files/VELK.dll", true}, {"VELK.dll?v=..", true},
         {"../VELK.dll", false},     {"files/../../etc/x", false}, {"https://cdn.example/a/%2e%2E/x", false},
         {"files/.%2e/x", false},    {"files\\..\\x", false},      {"files/x\r\nHost: evil", false},
+        // Not a leading http(s) scheme: the whole text is a path relative to the base.
+        {"../https://h/x", false}, {"ftp://../x", false},
     };
     for (const Row& row : rows) EXPECT_EQ(urlPathProblem(row.text).empty(), row.allowed) << row.text;
 }
