@@ -146,6 +146,10 @@ TEST_F(UpdateFilesTest, DiskSpaceCountsTheTemporaryCopies) {
     ASSERT_EQ(results.size(), 1u);
     EXPECT_EQ(results[0].errorMessage, "Insufficient disk space");
     EXPECT_TRUE(server_.requests().empty());
+    // Three copies in all: the staging copy, the download and the unpacked entry.
+    const std::uint64_t third = fs::space(volume_).available / 3;
+    EXPECT_TRUE(updater().hasRoomFor({entry("VELK.dll", std::string(third, 'n'))}));
+    EXPECT_FALSE(updater().hasRoomFor({entry("VELK.dll", std::string(third + 1, 'n'))}));
 }
 
 TEST_F(UpdateFilesTest, ProgressLinePrintsOneFinishedLine) {
