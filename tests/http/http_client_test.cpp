@@ -14,19 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A loopback port that nothing listens on.
-int closedPort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
-
 // A loopback listener that never accepts: a connection attempt shows as a pending one.
 class Listener {
 public:
@@ -41,6 +28,7 @@ public:
         port_ = ntohs(address.sin_port);
     }
     ~Listener() { ::close(fd_); }
+    int port() const { return port_; }
     std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
     // A finished handshake is queued by the kernel before the client's call returns.
     bool connectionPending() const {
@@ -52,6 +40,9 @@ private:
     int fd_;
     int port_ = 0;
 };
+
+// A loopback port that nothing listens on any more.
+int closedPort() { return Listener().port(); }
 
 class HttpClientTest : public ::testing::Test {
 protected:
