@@ -13,7 +13,7 @@
 #include <fstream>
 
 #include "../bench_support.hpp"
-#include "../file_server.hpp"
+#include "support/http_test_server.hpp"
 #include "crypto/crypto_utils.hpp"
 #include "files/file_updater.hpp"
 #include "http/http_client.hpp"
@@ -66,8 +66,8 @@ const Release& release(int which) {
     }
 }
 
-bench::FileServer& server() {
-    static bench::FileServer instance(bench::benchDir("files"));
+test::HttpTestServer& server() {
+    static test::HttpTestServer instance(bench::benchDir("files"));
     return instance;
 }
 
@@ -84,7 +84,7 @@ void runUpdate(const Release& release, bool fresh) {
     config.installDirectory = installDir().string();
     config.backupDirectory = config.installDirectory + "/backup";
     config.tempDirectory = (bench::benchDir("files") / "tmp").string();
-    config.baseUrls = {server().url(release.site.filename().string())};
+    config.baseUrls = {server().url("/" + release.site.filename().string())};
     config.tryArchiveFirst = false;  // no archives published: plain files only, as curl fetches them
     config.maxFileSize = 2ull << 30;
     if (fresh) fs::remove_all(config.installDirectory);
@@ -110,7 +110,7 @@ double curlThenSha256sum(const Release& release) {
     {
         std::ofstream urls(config), checks(sums);
         for (const auto& file : release.manifest.files) {
-            urls << "url = \"" << server().url(release.site.filename().string() + "/" + file.url) << "\"\n"
+            urls << "url = \"" << server().url("/" + release.site.filename().string() + "/" + file.url) << "\"\n"
                  << "output = \"" << (out / file.name).string() << "\"\n";
             checks << file.sha256 << "  " << (out / file.name).string() << "\n";
         }

@@ -3,7 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include "../bench_support.hpp"
-#include "../file_server.hpp"
+#include "support/http_test_server.hpp"
 #include "http/http_client.hpp"
 
 namespace {
@@ -11,10 +11,10 @@ namespace {
 using namespace velk;
 constexpr std::uint64_t kSize = 1ull << 30;
 
-bench::FileServer& server() {
+test::HttpTestServer& server() {
     static const auto dir = bench::benchDir("http");
     static bool made = (bench::bigFile(dir / "one_gib.bin", kSize), bench::bigFile(dir / "two_hundred_mib.bin", 200ull << 20), true);
-    static bench::FileServer instance(dir);
+    static test::HttpTestServer instance(dir);
     (void)made;
     return instance;
 }
@@ -23,13 +23,13 @@ void BM_HttpClientDownload(benchmark::State& state) {
     const std::string target = (bench::benchDir("http") / "out_client.bin").string();
     updater::HttpClient client{updater::HttpConfig{}};
     client.initialize();
-    const std::string url = server().url("one_gib.bin");
+    const std::string url = server().url("/one_gib.bin");
     for (auto _ : state) {
         const auto response = client.download(url, target, {}, {});
         if (response.bytesDownloaded != kSize) state.SkipWithError("short download");
     }
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kSize));
-    const std::string small = server().url("two_hundred_mib.bin");
+    const std::string small = server().url("/two_hundred_mib.bin");
     state.counters["peak_KiB_200MiB"] = static_cast<double>(bench::peakMemoryKiB([&] {
         updater::HttpClient child{updater::HttpConfig{}};
         child.initialize();
@@ -41,7 +41,7 @@ BENCHMARK(BM_HttpClientDownload)->Unit(benchmark::kMillisecond)->Iterations(3)->
 
 void BM_CurlCommand(benchmark::State& state) {
     const std::string target = (bench::benchDir("http") / "out_curl.bin").string();
-    const std::string command = "curl -s -o '" + target + "' '" + server().url("one_gib.bin") + "'";
+    const std::string command = "curl -s -o '" + target + "' '" + server().url("/one_gib.bin") + "'";
     for (auto _ : state) bench::shell(command);
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kSize));
     bench::fs::remove(target);

@@ -5,27 +5,22 @@ namespace {
 
 class DownloadTest : public FileUpdaterTest {};
 
-TEST_F(DownloadTest, MissingArchiveFallsBackToThePlainFile) {
+// The first base answers neither the archive (404) nor the file (503); the mirror has no
+// archive but the file.
+TEST_F(DownloadTest, MissingArchiveFallsBackToThePlainFileAndAFailingBaseToTheNext) {
     const std::string content = "library v2";
-    server_.set("/cdn/files/VELK.dll", content);
+    server_.set("/cdn/files/VELK.dll", "server error", 503);
+    server_.set("/mirror/files/VELK.dll", content);
     const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", content));
     ASSERT_TRUE(result.success) << result.errorMessage;
     EXPECT_EQ(result.filePath, (fs::path(config_.tempDirectory) / "VELK.dll.tmp").string());
     EXPECT_EQ(test::readFile(result.filePath), content);
     EXPECT_EQ(result.bytesDownloaded, content.size());
-    EXPECT_EQ(server_.requests(), (std::vector<std::string>{"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll"}));
-    EXPECT_TRUE(log_.contains("[WARNING] Download attempt failed: " + server_.url("/cdn/files/VELK.dll.zip") +
-                              " =>  (404)"));
-    EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/cdn/files/VELK.dll")));
-}
-
-TEST_F(DownloadTest, BaseWithoutTheFileFallsThroughToTheMirror) {
-    server_.set("/mirror/files/VELK.dll", "mirrored");
-    server_.set("/cdn/files/VELK.dll", "server error", 503);
-    const FileUpdateResult result = updater().downloadFile(entry("VELK.dll", "mirrored"));
-    ASSERT_TRUE(result.success);
     EXPECT_EQ(server_.requests(), (std::vector<std::string>{"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll",
                                                             "/mirror/files/VELK.dll.zip", "/mirror/files/VELK.dll"}));
+    EXPECT_TRUE(log_.contains("[WARNING] Download attempt failed: " + server_.url("/mirror/files/VELK.dll.zip") +
+                              " =>  (404)"));
+    EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/mirror/files/VELK.dll")));
 }
 
 TEST_F(DownloadTest, FailureListsEveryAttemptedUrl) {
@@ -57,22 +52,32 @@ TEST_F(DownloadTest, ArchiveIsUnpackedAndSearchedRecursively) {
     EXPECT_EQ(server_.requests().size(), 1u);
 }
 
+// Each archive fails the download and leaves nothing of itself: a wrong entry name, no
+// zip, entries reaching outside the folder, and an entry whose data does not finish.
 TEST_F(DownloadTest, ArchiveProblemsFailTheDownload) {
-    server_.set("/cdn/files/VELK.dll.zip", makeZip({{"velk.dll", "wrong case"}}));
-    EXPECT_EQ(updater().downloadFile(entry("VELK.dll", "wrong case")).errorMessage, "Zip missing expected entry");
-
-    server_.set("/cdn/files/VELK.dll.zip", "not a zip at all");
-    EXPECT_EQ(updater().downloadFile(entry("VELK.dll", "x")).errorMessage, "Failed to extract zip");
-
-    const fs::path outside = fs::path(config_.tempDirectory) / "escaped.dll";
-    for (const auto& evil : std::vector<std::vector<ZipEntry>>{
-             {{"../escaped.dll", "evil"}, {"VELK.dll", "x"}},
-             {{"VELK.dll", "x"}, {(dir_ / "absolute.dll").string(), "evil"}},
-             {{"link", "../../", true}, {"VELK.dll", "x"}}}) {
-        server_.set("/cdn/files/VELK.dll.zip", makeZip(evil));
-        EXPECT_EQ(updater().downloadFile(entry("VELK.dll", "x")).errorMessage, "Failed to extract zip");
+    const std::string content = "library bytes, stored as they are";
+    const std::string stored = makeZip({{"VELK.dll", content}}, true);
+    std::string corrupt = stored;
+    corrupt[corrupt.find(content) + 3] ^= 0x20;  // the stored CRC no longer matches
+    const struct {
+        const char* what;
+        std::string zip;
+        const char* error;
+    } rows[] = {
+        {"wrong case", makeZip({{"velk.dll", content}}), "Zip missing expected entry"},
+        {"no zip", "not a zip at all", "Failed to extract zip"},
+        {"parent path", makeZip({{"../escaped.dll", "evil"}, {"VELK.dll", content}}), "Failed to extract zip"},
+        {"absolute path", makeZip({{"VELK.dll", content}, {(dir_ / "absolute.dll").string(), "evil"}}), "Failed to extract zip"},
+        {"symlink", makeZip({{"link", "../../", true}, {"VELK.dll", content}}), "Failed to extract zip"},
+        {"crc mismatch", corrupt, "Failed to extract zip"},
+        {"truncated data", stored.substr(0, stored.find(content) + 10), "Failed to extract zip"},
+    };
+    for (const auto& row : rows) {
+        server_.set("/cdn/files/VELK.dll.zip", row.zip);
+        EXPECT_EQ(updater().downloadFile(entry("VELK.dll", content)).errorMessage, row.error) << row.what;
+        EXPECT_TRUE(fs::is_empty(config_.tempDirectory)) << row.what;
     }
-    EXPECT_FALSE(fs::exists(outside));
+    EXPECT_FALSE(fs::exists(fs::path(config_.tempDirectory) / "escaped.dll"));
     EXPECT_FALSE(fs::exists(dir_ / "absolute.dll"));
 }
 

@@ -26,11 +26,13 @@ struct ZipEntry {
     bool symlink = false;  // content is then the link target
 };
 
-inline std::string makeZip(const std::vector<ZipEntry>& entries) {
+// Deflated, or stored when `stored`, so that a test can find and damage an entry's bytes.
+inline std::string makeZip(const std::vector<ZipEntry>& entries, bool stored = false) {
     std::vector<char> buffer(1 << 20);
     std::size_t used = 0;
     std::unique_ptr<archive, decltype(&archive_write_free)> zip(archive_write_new(), archive_write_free);
     archive_write_set_format_zip(zip.get());
+    if (stored) archive_write_set_options(zip.get(), "zip:compression=store");
     archive_write_open_memory(zip.get(), buffer.data(), buffer.size(), &used);
     for (const auto& item : entries) {
         std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(), archive_entry_free);

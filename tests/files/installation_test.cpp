@@ -59,19 +59,30 @@ TEST_F(InstallationTest, BackupIsKeptAndASecondOneInTheSameSecondFails) {
     EXPECT_TRUE(log_.contains("[ERROR] Installation failed for VELK.dll: " + second_.errorMessage.substr(21)));
 }
 
-TEST_F(InstallationTest, NoBackupUnlessTheManifestAsksForOne) {
+// Someone removed the backup folder after start-up: it is made again, and the old file
+// is kept there before it is replaced.
+TEST_F(InstallationTest, BackupFolderRemovedAfterStartUpIsMadeAgain) {
+    ManifestFile file = entry("VELK.dll", "new");
+    file.backup = true;
     test::writeFile(installed("VELK.dll"), "old");
-    ASSERT_TRUE(updater().installFile(entry("VELK.dll", "new"), downloaded("VELK.dll", "new"), {}).success);
-    EXPECT_TRUE(backups().empty());
+    config_.backupDirectory = (dir_ / "backups" / "VELK").string();
+    updater();
+    fs::remove_all(dir_ / "backups");
+    ASSERT_TRUE(updater().installFile(file, downloaded("VELK.dll", "new"), {}).success);
+    ASSERT_EQ(backups().size(), 1u);
+    EXPECT_EQ(test::readFile(backups()[0]), "old");
     EXPECT_EQ(test::readFile(installed("VELK.dll")), "new");
 }
 
-TEST_F(InstallationTest, LeftoverStagingFileIsReplaced) {
+// The old file is replaced without a backup, which the manifest did not ask for.
+TEST_F(InstallationTest, LeftoverStagingFileIsReplacedAndNoBackupUnlessAskedFor) {
+    test::writeFile(installed("VELK.dll"), "old");
     test::writeFile(installed("VELK.dll.staging"), "half of an old attempt");
     ASSERT_TRUE(updater().installFile(entry("VELK.dll", "new"), downloaded("VELK.dll", "new"), {}).success);
     EXPECT_EQ(test::readFile(installed("VELK.dll")), "new");
     EXPECT_FALSE(fs::exists(installed("VELK.dll.staging")));
     EXPECT_TRUE(log_.contains("[DEBUG] Removing leftover staging file: " + installed("VELK.dll.staging").string()));
+    EXPECT_TRUE(backups().empty());
 }
 
 TEST_F(InstallationTest, WithoutStagingTheTargetIsOverwrittenAndDownloadsCanStay) {

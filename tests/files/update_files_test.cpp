@@ -13,6 +13,24 @@ protected:
         manifest.files = files;
         return manifest;
     }
+    // Puts the installation on a fresh 64 KiB volume, unmounted when the test ends; false
+    // where mounting is not allowed.
+    bool onSmallVolume() {
+        volume_ = dir_ / "small";
+        fs::create_directories(volume_);
+        if (::mount("tmpfs", volume_.c_str(), "tmpfs", 0, "size=64k") != 0) return false;
+        mounted_ = true;
+        config_.installDirectory = (volume_ / "install").string();
+        config_.backupDirectory = config_.installDirectory + "/backup";
+        return true;
+    }
+    void TearDown() override {
+        updater_.reset();
+        if (mounted_) ::umount(volume_.c_str());
+        FileUpdaterTest::TearDown();
+    }
+    fs::path volume_;
+    bool mounted_ = false;
     std::vector<std::string> progressLines;
     ProgressCallback recorder() {
         return [this](const UpdateProgress& p) {
@@ -100,20 +118,13 @@ TEST_F(UpdateFilesTest, ShutdownStopsBeforeTheFirstDownload) {
 }
 
 TEST_F(UpdateFilesTest, NotEnoughSpaceStopsBeforeAnyDownload) {
-    const fs::path volume = dir_ / "small";
-    fs::create_directories(volume);
-    if (::mount("tmpfs", volume.c_str(), "tmpfs", 0, "size=64k") != 0) {
-        GTEST_SKIP() << "cannot mount a small tmpfs here: " << std::strerror(errno);
-    }
-    config_.installDirectory = (volume / "install").string();
-    config_.backupDirectory = config_.installDirectory + "/backup";
-    const std::uint64_t available = fs::space(volume).available;
+    if (!onSmallVolume()) GTEST_SKIP() << "cannot mount a small tmpfs here: " << std::strerror(errno);
+    const std::uint64_t available = fs::space(volume_).available;
     EXPECT_TRUE(updater().hasEnoughDiskSpace(available));
     EXPECT_FALSE(updater().hasEnoughDiskSpace(available + 1));
 
     server_.set("/cdn/files/VELK.dll", std::string(100000, 'x'));
     const auto results = updater().updateFiles(manifestOf({entry("VELK.dll", std::string(100000, 'x'))}), recorder());
-    ::umount(volume.c_str());
     ASSERT_EQ(results.size(), 1u);
     EXPECT_FALSE(results[0].success);
     EXPECT_EQ(results[0].errorMessage, "Insufficient disk space");
@@ -125,23 +136,20 @@ TEST_F(UpdateFilesTest, NotEnoughSpaceStopsBeforeAnyDownload) {
 // The new file alone would fit; with its download and unpacked copy on the same small
 // volume it would not, and the update stops before it begins.
 TEST_F(UpdateFilesTest, DiskSpaceCountsTheTemporaryCopies) {
-    const fs::path volume = dir_ / "small";
-    fs::create_directories(volume);
-    if (::mount("tmpfs", volume.c_str(), "tmpfs", 0, "size=64k") != 0) {
-        GTEST_SKIP() << "cannot mount a small tmpfs here: " << std::strerror(errno);
-    }
-    config_.installDirectory = (volume / "install").string();
-    config_.backupDirectory = config_.installDirectory + "/backup";
+    if (!onSmallVolume()) GTEST_SKIP() << "cannot mount a small tmpfs here: " << std::strerror(errno);
     const ManifestFile file = entry("VELK.dll", std::string(25000, 'n'));
     const bool fitsWithTempElsewhere = updater().hasRoomFor({file});
-    config_.tempDirectory = (volume / "tmp").string();
+    config_.tempDirectory = (volume_ / "tmp").string();
     updater_.reset();
     const auto results = updater().updateFiles(manifestOf({file}), recorder());
-    ::umount(volume.c_str());
     EXPECT_TRUE(fitsWithTempElsewhere);
     ASSERT_EQ(results.size(), 1u);
     EXPECT_EQ(results[0].errorMessage, "Insufficient disk space");
     EXPECT_TRUE(server_.requests().empty());
+    // Three copies in all: the staging copy, the download and the unpacked entry.
+    const std::uint64_t third = fs::space(volume_).available / 3;
+    EXPECT_TRUE(updater().hasRoomFor({entry("VELK.dll", std::string(third, 'n'))}));
+    EXPECT_FALSE(updater().hasRoomFor({entry("VELK.dll", std::string(third + 1, 'n'))}));
 }
 
 TEST_F(UpdateFilesTest, ProgressLinePrintsOneFinishedLine) {
@@ -172,23 +180,40 @@ TEST_F(UpdateFilesTest, PurgeRemovesOnlyProductDownloads) {
     EXPECT_EQ(log_.lines().back(), "[DEBUG] No VELK temporary files found");
 }
 
-TEST_F(UpdateFilesTest, InitializeCreatesDirectoriesAndRefusesAFile) {
+TEST_F(UpdateFilesTest, InitializeCreatesDirectories) {
     config_.installDirectory = (dir_ / "fresh" / "install").string();
     config_.backupDirectory = config_.installDirectory + "/backup";
     EXPECT_TRUE(updater().initialize());
     EXPECT_TRUE(fs::is_directory(config_.backupDirectory));
+    EXPECT_TRUE(fs::is_directory(config_.tempDirectory));
     EXPECT_TRUE(log_.contains("[WARNING] Install directory does not exist, creating it: " + config_.installDirectory));
-
-    test::writeFile(dir_ / "plain", "x");
-    config_.installDirectory = (dir_ / "plain").string();
-    config_.backupDirectory = (dir_ / "never").string();
-    FileUpdater blocked(config_, http_, log_.logger());
-    EXPECT_FALSE(blocked.initialize());
-    EXPECT_FALSE(fs::exists(dir_ / "never"));
-    EXPECT_EQ(log_.lines().back(), "[ERROR] Install path exists but is not a directory: " + config_.installDirectory);
     EXPECT_FALSE(FileUpdater::isUrl("HTTPS://x"));
     EXPECT_TRUE(FileUpdater::isUrl("https://x"));
     EXPECT_FALSE(FileUpdater::isUrl("files/VELK.dll"));
+}
+
+// A plain file where one of the folders belongs fails the start-up.
+TEST_F(UpdateFilesTest, InitializeFailsWhenAFolderCannotBeMade) {
+    const fs::path plain = dir_ / "plain";
+    test::writeFile(plain, "x");
+    const struct {
+        std::string FileUpdaterConfig::*folder;
+        std::string logged;
+    } rows[] = {
+        {&FileUpdaterConfig::installDirectory, "[ERROR] Install path exists but is not a directory: " + plain.string()},
+        {&FileUpdaterConfig::backupDirectory, "[ERROR] Failed to initialize FileUpdater: "},
+        {&FileUpdaterConfig::tempDirectory, "[ERROR] Failed to initialize FileUpdater: "},
+    };
+    for (const auto& row : rows) {
+        FileUpdaterConfig config = config_;
+        config.*row.folder = plain.string();
+        FileUpdater blocked(config, http_, log_.logger());
+        EXPECT_FALSE(blocked.initialize()) << row.logged;
+        EXPECT_EQ(log_.lines().back().rfind(row.logged, 0), 0u) << log_.lines().back();
+        EXPECT_TRUE(fs::is_regular_file(plain));
+    }
+    // The folders are made in order, and a failure stops the rest.
+    EXPECT_FALSE(fs::exists(config_.tempDirectory));
 }
 
 }  // namespace

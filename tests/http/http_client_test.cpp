@@ -1,93 +1,18 @@
 #include "http/http_client.hpp"
 
 #include <gtest/gtest.h>
-#include <httplib.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <thread>
-
+#include "support/http_test_server.hpp"
 #include "support/test_support.hpp"
 
 namespace velk::updater {
 namespace {
 
 namespace fs = std::filesystem;
-
-// A loopback server with the answers these tests need, on a port the OS picks.
-class Server {
-public:
-    Server() {
-        http_.Get("/file", [](const httplib::Request&, httplib::Response& res) { res.set_content(std::string(5000, 'f'), "application/octet-stream"); });
-        http_.Get("/missing", [](const httplib::Request&, httplib::Response& res) {
-            res.status = 404;
-            res.set_content("no such file here", "text/plain");
-        });
-        http_.Get("/empty", [](const httplib::Request&, httplib::Response& res) { res.status = 204; });
-        http_.Get("/chunked", [](const httplib::Request&, httplib::Response& res) {
-            res.set_chunked_content_provider("application/octet-stream", [](std::size_t, httplib::DataSink& sink) {
-                sink.write("abc", 3);
-                sink.done();
-                return true;
-            });
-        });
-        http_.Get("/short", [](const httplib::Request&, httplib::Response& res) {
-            res.set_content_provider(1000, "application/octet-stream", [](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                if (offset >= 900) return false;
-                const std::string block(900, 's');
-                return sink.write(block.data(), block.size());
-            });
-        });
-        http_.Get("/stall", [this](const httplib::Request&, httplib::Response& res) {
-            res.set_content_provider(1000000, "application/octet-stream", [this](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                if (offset == 0) return sink.write("start", 5);
-                while (sink.is_writable() && !stopping_) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-                return false;
-            });
-        });
-        http_.Get("/redirect", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/file"); });
-        http_.Get("/redirect-to", [](const httplib::Request& req, httplib::Response& res) { res.set_redirect(req.get_param_value("url")); });
-        http_.Get("/loop", [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/loop"); });
-        http_.Get("/echo", [](const httplib::Request& req, httplib::Response& res) {
-            std::string text;
-            for (const char* name : {"User-Agent", "Accept-Encoding", "Cache-Control", "X-Extra", "X-Default"}) {
-                text += std::string(name) + "=" + req.get_header_value(name) + "\n";
-            }
-            res.set_content(text, "text/plain");
-        });
-        port_ = http_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { http_.listen_after_bind(); });
-        while (!http_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ~Server() {
-        stopping_ = true;
-        http_.stop();
-        thread_.join();
-    }
-    std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
-
-private:
-    httplib::Server http_;
-    int port_ = 0;
-    std::thread thread_;
-    std::atomic<bool> stopping_{false};
-};
-
-// A loopback port that nothing listens on.
-int closedPort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
 
 // A loopback listener that never accepts: a connection attempt shows as a pending one.
 class Listener {
@@ -103,6 +28,7 @@ public:
         port_ = ntohs(address.sin_port);
     }
     ~Listener() { ::close(fd_); }
+    int port() const { return port_; }
     std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
     // A finished handshake is queued by the kernel before the client's call returns.
     bool connectionPending() const {
@@ -115,9 +41,19 @@ private:
     int port_ = 0;
 };
 
+// A loopback port that nothing listens on any more.
+int closedPort() { return Listener().port(); }
+
 class HttpClientTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(client_.initialize()); }
+    using Kind = test::HttpTestServer::Kind;
+    void SetUp() override {
+        ASSERT_TRUE(client_.initialize());
+        server_.set("/file", std::string(5000, 'f'));
+        server_.set("/missing", "no such file here", 404);
+        server_.set("/empty", "", 204);
+        server_.set("/chunked", "abc", 200, Kind::Chunked);
+    }
     static HttpConfig verbose() {
         HttpConfig config;
         config.verboseOutput = true;
@@ -132,7 +68,7 @@ protected:
         return response;
     }
 
-    Server server_;
+    test::HttpTestServer server_;
     test::TempDir dir_;
     fs::path target_ = dir_ / "download.tmp";
     HttpClient client_{verbose()};
@@ -161,6 +97,7 @@ TEST_F(HttpClientTest, ContentLengthReportingAndMismatch) {
     EXPECT_EQ(printed.find("mismatch"), std::string::npos);
 
     // Fewer bytes than announced: libcurl itself reports the cut transfer.
+    server_.set("/short", std::string(900, 's'), 200, Kind::Short);
     const HttpResponse cut = downloadCapturing(server_.url("/short"), printed);
     EXPECT_EQ(cut.statusCode, 0);
     EXPECT_EQ(cut.error, "Curl error: Transferred a partial file");
@@ -175,33 +112,44 @@ TEST_F(HttpClientTest, RefusedConnectionTextsDifferBetweenGetAndDownload) {
     EXPECT_EQ(client_.download(url, target_.string(), {}, {}).error, "Curl error: Couldn't connect to server");
 }
 
-TEST_F(HttpClientTest, RedirectsAreFollowedUpToALimit) {
-    const HttpResponse followed = client_.get(server_.url("/redirect"), {});
+// /hop<n> is n redirects away from /file.
+TEST_F(HttpClientTest, FiveRedirectsAreFollowedAndTheSixthIsRefused) {
+    server_.setRedirect("/hop1", "/file");
+    for (int hop = 2; hop <= 6; ++hop) server_.setRedirect("/hop" + std::to_string(hop), "/hop" + std::to_string(hop - 1));
+    const HttpResponse followed = client_.get(server_.url("/hop5"), {});
     EXPECT_EQ(followed.statusCode, 200);
     EXPECT_EQ(followed.body.size(), 5000u);
     EXPECT_EQ(followed.bytesDownloaded, 5000u);
-    const HttpResponse loop = client_.get(server_.url("/loop"), {});
-    EXPECT_EQ(loop.error, "Number of redirects hit maximum amount");
+    EXPECT_EQ(client_.get(server_.url("/hop6"), {}).error, "Number of redirects hit maximum amount");
+    EXPECT_EQ(client_.download(server_.url("/hop6"), target_.string(), {}, {}).error,
+              "Curl error: Number of redirects hit maximum amount");
 }
 
 TEST_F(HttpClientTest, HeadersSentForEachKindOfRequest) {
-    const HttpResponse got = client_.get(server_.url("/echo"), {{"X-Extra", "e"}});
-    EXPECT_EQ(got.body, "User-Agent=VELK-Updater/1.0.0\nAccept-Encoding=\nCache-Control=\nX-Extra=e\nX-Default=d\n");
+    const auto sent = [this] {
+        std::string text;
+        for (const char* name : {"User-Agent", "Accept-Encoding", "Cache-Control", "X-Extra", "X-Default"}) {
+            text += std::string(name) + "=" + server_.lastHeader(name) + "\n";
+        }
+        return text;
+    };
+    client_.get(server_.url("/file"), {{"X-Extra", "e"}});
+    EXPECT_EQ(sent(), "User-Agent=VELK-Updater/1.0.0\nAccept-Encoding=\nCache-Control=\nX-Extra=e\nX-Default=d\n");
     std::string printed;
-    downloadCapturing(server_.url("/echo"), printed);
-    EXPECT_EQ(test::readFile(target_),
-              "User-Agent=VELK-Updater/1.0.0\nAccept-Encoding=identity\nCache-Control=no-cache\nX-Extra=\nX-Default=\n");
+    downloadCapturing(server_.url("/file"), printed);
+    EXPECT_EQ(sent(), "User-Agent=VELK-Updater/1.0.0\nAccept-Encoding=identity\nCache-Control=no-cache\nX-Extra=\nX-Default=\n");
 }
 
+// The stall limit is the request limit; the server sends its headers and then nothing.
 TEST_F(HttpClientTest, StalledDownloadIsAbortedByTheStallLimit) {
     HttpConfig config;
     config.requestTimeoutSeconds = 1;
     HttpClient client(config);
     ASSERT_TRUE(client.initialize());
+    server_.set("/stall", "", 200, Kind::Stall);
     const HttpResponse response = client.download(server_.url("/stall"), target_.string(), {}, {});
     EXPECT_EQ(response.statusCode, 0);
-    EXPECT_EQ(response.error.rfind("Curl error: ", 0), 0u) << response.error;
-    EXPECT_EQ(test::readFile(target_), "start");
+    EXPECT_EQ(response.error, "Curl error: Timeout was reached");
 }
 
 TEST_F(HttpClientTest, ProgressOnlyWhileTheTotalIsKnown) {
@@ -224,7 +172,7 @@ TEST_F(HttpClientTest, ProgressOnlyWhileTheTotalIsKnown) {
 // Manifest URLs choose the scheme; anything but http and https is refused before a
 // connection is made, also when a redirect leads there.
 TEST(SsrfByScheme, OtherSchemesAreRefusedBeforeAnyConnection) {
-    Server server;  // outlives the client, which holds its connection open
+    test::HttpTestServer server;  // outlives the client, which holds its connection open
     HttpConfig config;
     config.requestTimeoutSeconds = 2;  // bounds the wait when a refusal is missing
     HttpClient client(config);
@@ -232,9 +180,9 @@ TEST(SsrfByScheme, OtherSchemesAreRefusedBeforeAnyConnection) {
     test::TempDir dir;
     test::writeFile(dir / "secret.txt", "local secret");
     const Listener listener;
-    const std::string redirect = server.url("/redirect-to?url=gopher://" + listener.address() + "/1x");
+    server.setRedirect("/to-gopher", "gopher://" + listener.address() + "/1x");
     for (const std::string& url : {"gopher://" + listener.address() + "/1selector", "dict://" + listener.address() + "/d:word",
-                                   "file://" + (dir / "secret.txt").string(), redirect}) {
+                                   "file://" + (dir / "secret.txt").string(), server.url("/to-gopher")}) {
         SCOPED_TRACE(url);
         const HttpResponse got = client.get(url, {});
         EXPECT_EQ(got.body, "");
@@ -255,6 +203,14 @@ TEST(HttpClientSetup, FailuresBeforeAnyTransfer) {
     const HttpResponse response = client.download("http://127.0.0.1:1/", "/nonexistent-dir/x/file", {}, {});
     EXPECT_EQ(response.error, "Failed to open output file");
     EXPECT_EQ(response.statusCode, 0);
+}
+
+// /dev/full takes a small body into the stream's buffer and refuses it only when the file
+// is closed; the download must not pass for a complete one.
+TEST_F(HttpClientTest, WriteErrorSeenOnlyAtCloseFailsTheDownload) {
+    server_.set("/small", "a body far smaller than the stream's buffer");
+    const HttpResponse response = client_.download(server_.url("/small"), "/dev/full", {}, {});
+    EXPECT_EQ(response.error, "File write error during download");
 }
 
 }  // namespace

@@ -29,6 +29,16 @@ protected:
         config.pattern = pattern;
         return config;
     }
+    // Initializes a logger, lets `use` log through it, shuts it down and returns the lines
+    // of its file.
+    template <typename Use>
+    std::vector<std::string> logged(const LoggerConfig& config, Use use) {
+        Logger logger(config);
+        EXPECT_TRUE(logger.initialize());
+        use(logger);
+        logger.shutdown();
+        return linesOf(logger.currentLogFilePath());
+    }
     test::TempDir dir_;
 };
 
@@ -77,24 +87,16 @@ TEST_F(LoggerTest, FilteredEntriesAreNeverQueued) {
 TEST_F(LoggerTest, TimestampInThePathIsResolvedOnce) {
     LoggerConfig config = fileConfig();
     config.logFilePath = (dir_ / "app_{timestamp}_{timestamp}.log").string();
-    Logger logger(config);
-    ASSERT_TRUE(logger.initialize());
-    logger.info("hello");
-    logger.shutdown();
-    const std::string name = fs::path(logger.currentLogFilePath()).filename().string();
+    EXPECT_EQ(logged(config, [](Logger& logger) { logger.info("hello"); }), std::vector<std::string>{"[INFO] hello"});
+    const auto name = (*fs::directory_iterator(dir_.path())).path().filename().string();
     EXPECT_TRUE(std::regex_match(name, std::regex(R"(app_\d{8}_\d{6}_\{timestamp\}\.log)"))) << name;
-    EXPECT_EQ(linesOf(logger.currentLogFilePath()), std::vector<std::string>{"[INFO] hello"});
 }
 
 TEST_F(LoggerTest, NoSinksStillOpensTheFile) {
     LoggerConfig config = fileConfig();
     config.sinks = 0;
-    Logger logger(config);
-    ASSERT_TRUE(logger.initialize());
-    logger.critical("nowhere");
-    logger.shutdown();
+    EXPECT_TRUE(logged(config, [](Logger& logger) { logger.critical("nowhere"); }).empty());
     EXPECT_TRUE(fs::exists(config.logFilePath));
-    EXPECT_EQ(test::readFile(config.logFilePath), "");
 }
 
 TEST_F(LoggerTest, InitializeReportsDirectoryAndFileFailures) {
@@ -115,33 +117,26 @@ TEST_F(LoggerTest, InitializeReportsDirectoryAndFileFailures) {
 }
 
 TEST_F(LoggerTest, EntriesLoggedJustBeforeShutdownAreAllWritten) {
-    LoggerConfig config = fileConfig("{message}");
-    Logger logger(config);
-    ASSERT_TRUE(logger.initialize());
-    for (int i = 0; i < 1000; ++i) logger.info(std::to_string(i));
-    logger.shutdown();
-    const auto lines = linesOf(config.logFilePath);
+    const auto lines = logged(fileConfig("{message}"), [](Logger& logger) {
+        for (int i = 0; i < 1000; ++i) logger.info(std::to_string(i));
+    });
     ASSERT_EQ(lines.size(), 1000u);
     EXPECT_EQ(lines.back(), "999");
 }
 
 TEST_F(LoggerTest, NoEntryIsLostOrReorderedUnderConcurrentProducers) {
-    LoggerConfig config = fileConfig("{thread} {message}");
-    Logger logger(config);
-    ASSERT_TRUE(logger.initialize());
     constexpr int kThreads = 6;
     constexpr int kEntries = 5000;
-    std::vector<std::thread> producers;
-    for (int t = 0; t < kThreads; ++t) {
-        producers.emplace_back([&logger, t] {
-            for (int i = 0; i < kEntries; ++i) logger.info(std::to_string(t) + ":" + std::to_string(i));
-        });
-    }
-    for (auto& producer : producers) producer.join();
-    logger.shutdown();
-
+    const auto lines = logged(fileConfig("{thread} {message}"), [](Logger& logger) {
+        std::vector<std::thread> producers;
+        for (int t = 0; t < kThreads; ++t) {
+            producers.emplace_back([&logger, t] {
+                for (int i = 0; i < kEntries; ++i) logger.info(std::to_string(t) + ":" + std::to_string(i));
+            });
+        }
+        for (auto& producer : producers) producer.join();
+    });
     std::map<std::string, int> next;  // producer -> next expected sequence number
-    const auto lines = linesOf(config.logFilePath);
     ASSERT_EQ(lines.size(), static_cast<std::size_t>(kThreads * kEntries));
     for (const auto& line : lines) {
         const auto colon = line.rfind(':');

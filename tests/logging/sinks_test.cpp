@@ -24,20 +24,9 @@ protected:
     LoggerConfig config_;
 };
 
-TEST_F(RotationTest, LineCrossingTheLimitStaysAndTheNextStartsAFreshFile) {
-    config_.maxFileSize = 100;
-    Logger logger(config_);
-    ASSERT_TRUE(logger.initialize());
-    logger.info(lineOf(60, 'a'));
-    EXPECT_FALSE(fs::exists(path(".1")));
-    logger.info(lineOf(60, 'b'));  // 120 > 100: rotated after the write
-    EXPECT_EQ(fs::file_size(path(".1")), 120u);
-    EXPECT_EQ(fs::file_size(path()), 0u);
-    logger.info(lineOf(60, 'c'));
-    EXPECT_EQ(test::readFile(path()), lineOf(60, 'c') + test::kLineEnd);
-}
-
-TEST_F(RotationTest, FileOfExactlyTheLimitIsNotRotated) {
+// A file of exactly the limit stays; the line that crosses it stays in the file, which
+// is then rotated, and the next line starts a fresh one.
+TEST_F(RotationTest, RotatedOnlyAfterTheLineThatCrossesTheLimit) {
     config_.maxFileSize = 100;
     Logger logger(config_);
     ASSERT_TRUE(logger.initialize());
@@ -45,6 +34,11 @@ TEST_F(RotationTest, FileOfExactlyTheLimitIsNotRotated) {
     logger.info(lineOf(60, 'b'));
     EXPECT_EQ(fs::file_size(path()), 100u);
     EXPECT_FALSE(fs::exists(path(".1")));
+    logger.info(lineOf(20, 'c'));  // 120 > 100: rotated after the write
+    EXPECT_EQ(fs::file_size(path(".1")), 120u);
+    EXPECT_EQ(fs::file_size(path()), 0u);
+    logger.info(lineOf(60, 'd'));
+    EXPECT_EQ(test::readFile(path()), lineOf(60, 'd') + test::kLineEnd);
 }
 
 TEST_F(RotationTest, SuffixesShiftUpAndTheOldestIsDropped) {

@@ -4,8 +4,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -13,60 +17,50 @@
 
 namespace velk::test {
 
-// An HTTP server on loopback, on a port the OS picks, answering from a table of paths.
-// Unknown paths get 404. Every request path is recorded in order.
+// An HTTP server on loopback, on a port the OS picks, answering from a table of paths and,
+// for paths not in it, from the files below a folder when one is served. Unknown paths
+// get 404. Every request path is recorded in order, and the last request's headers kept.
 class HttpTestServer {
 public:
+    enum class Kind {
+        Body,      // `body` with its length
+        Endless,   // a body that never ends (up to a safety cap); how much went out is counted
+        Chunked,   // `body` in chunked encoding, without a length
+        Short,     // announces one byte more than `body` holds, then closes
+        Stall,     // headers, then nothing until the client leaves or the server stops
+        Redirect,  // 302 to `body`
+    };
     struct Answer {
         int status = 200;
         std::string body;
-        bool endless = false;
+        Kind kind = Kind::Body;
     };
 
-    HttpTestServer() {
-        server_.Get(".*", [this](const httplib::Request& req, httplib::Response& res) {
-            std::lock_guard<std::mutex> lock(mutex_);
-            requests_.push_back(req.path);
-            const auto found = answers_.find(req.path);
-            if (found == answers_.end()) {
-                res.status = 404;
-                res.set_content("not here", "text/plain");
-                return;
-            }
-            res.status = found->second.status;
-            if (found->second.endless) {
-                res.set_chunked_content_provider("application/octet-stream", [this](std::size_t offset, httplib::DataSink& sink) {
-                    static const std::string block(64 * 1024, 'x');
-                    // Bounded so that a client that never stops cannot keep a test running.
-                    if (offset >= kEndlessCap) return false;
-                    if (!sink.write(block.data(), block.size())) return false;
-                    endlessSent_ += block.size();
-                    return true;
-                });
-                return;
-            }
-            res.set_content(found->second.body, "application/octet-stream");
-        });
+    explicit HttpTestServer(std::filesystem::path root = {}) : root_(std::move(root)) {
+        server_.Get(".*", [this](const httplib::Request& req, httplib::Response& res) { answer(req, res); });
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
         while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     ~HttpTestServer() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+        }
+        stopped_.notify_all();
         server_.stop();
         thread_.join();
     }
     HttpTestServer(const HttpTestServer&) = delete;
     HttpTestServer& operator=(const HttpTestServer&) = delete;
 
-    void set(const std::string& path, std::string body, int status = 200) {
+    void set(const std::string& path, std::string body, int status = 200, Kind kind = Kind::Body) {
         std::lock_guard<std::mutex> lock(mutex_);
-        answers_[path] = Answer{status, std::move(body)};
+        answers_[path] = Answer{status, std::move(body), kind};
     }
-    // A body that never ends (up to a safety cap); how much of it went out is counted.
-    void setEndless(const std::string& path) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        answers_[path] = Answer{200, {}, true};
-    }
+    void setEndless(const std::string& path) { set(path, {}, 200, Kind::Endless); }
+    void setRedirect(const std::string& path, const std::string& location) { set(path, location, 302, Kind::Redirect); }
+
     std::uint64_t endlessBytesSent() const { return endlessSent_; }
     static constexpr std::uint64_t kEndlessCap = 1ull << 30;
 
@@ -78,15 +72,87 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         requests_.clear();
     }
+    std::string lastHeader(const std::string& name) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        const auto found = lastHeaders_.find(name);
+        return found == lastHeaders_.end() ? "" : found->second;
+    }
     std::string url(const std::string& path = "") const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
 
 private:
+    void answer(const httplib::Request& req, httplib::Response& res) {
+        Answer found;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            requests_.push_back(req.path);
+            lastHeaders_.clear();
+            for (const auto& [name, value] : req.headers) lastHeaders_[name] = value;
+            const auto entry = answers_.find(req.path);
+            if (entry == answers_.end()) return serveFile(req.path, res);
+            found = entry->second;
+        }
+        res.status = found.status;
+        switch (found.kind) {
+            case Kind::Body: return res.set_content(found.body, "text/plain");
+            case Kind::Redirect: return res.set_header("Location", found.body);
+            case Kind::Endless: return res.set_chunked_content_provider("application/octet-stream", endless());
+            case Kind::Chunked:
+                return res.set_chunked_content_provider("text/plain", [body = found.body](std::size_t, httplib::DataSink& sink) {
+                    sink.write(body.data(), body.size());
+                    sink.done();
+                    return true;
+                });
+            case Kind::Short:
+                return res.set_content_provider(found.body.size() + 1, "text/plain",
+                                                [body = found.body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                                                    return offset == 0 && sink.write(body.data(), body.size());
+                                                });
+            case Kind::Stall:
+                return res.set_content_provider(1000, "text/plain", [this](std::size_t, std::size_t, httplib::DataSink&) {
+                    // Bounded, so that a client that never gives up cannot keep a test running.
+                    std::unique_lock<std::mutex> lock(mutex_);
+                    stopped_.wait_for(lock, std::chrono::seconds(30), [this] { return stopping_; });
+                    return false;
+                });
+        }
+    }
+    httplib::ContentProviderWithoutLength endless() {
+        return [this](std::size_t offset, httplib::DataSink& sink) {
+            static const std::string block(64 * 1024, 'x');
+            // Bounded so that a client that never stops cannot keep a test running.
+            if (offset >= kEndlessCap || !sink.write(block.data(), block.size())) return false;
+            endlessSent_ += block.size();
+            return true;
+        };
+    }
+    // Streamed from disk in 1 MiB blocks, so a large file costs no memory.
+    void serveFile(const std::string& path, httplib::Response& res) {
+        const auto file = root_ / path.substr(1);
+        std::error_code error;
+        if (root_.empty() || !std::filesystem::is_regular_file(file, error)) {
+            res.status = 404;
+            return res.set_content("not here", "text/plain");
+        }
+        auto in = std::make_shared<std::ifstream>(file, std::ios::binary);
+        res.set_content_provider(static_cast<std::size_t>(std::filesystem::file_size(file)), "application/octet-stream",
+                                 [in](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                                     std::vector<char> block(std::min<std::size_t>(length, 1 << 20));
+                                     in->seekg(static_cast<std::streamoff>(offset));
+                                     in->read(block.data(), static_cast<std::streamsize>(block.size()));
+                                     return sink.write(block.data(), static_cast<std::size_t>(in->gcount()));
+                                 });
+    }
+
+    std::filesystem::path root_;
     httplib::Server server_;
     int port_ = 0;
     std::thread thread_;
     std::mutex mutex_;
+    std::condition_variable stopped_;
+    bool stopping_ = false;
     std::map<std::string, Answer> answers_;
     std::vector<std::string> requests_;
+    std::map<std::string, std::string> lastHeaders_;
     std::atomic<std::uint64_t> endlessSent_{0};
 };
 

@@ -10,38 +10,31 @@
 #include <array>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
+
+#include "support/test_support.hpp"
 
 extern char** environ;
 
 namespace velk::test {
 namespace {
 
+// A pipe whose reading end the test keeps; the writing end goes to the child.
 struct Pipe {
-    int fds[2] = {-1, -1};
+    int read = -1;
+    int write = -1;
     Pipe() {
+        int fds[2];
         if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+        read = fds[0];
+        write = fds[1];
     }
-    ~Pipe() { closeBoth(); }
-    void closeEnd(int i) {
-        if (fds[i] >= 0) ::close(fds[i]);
-        fds[i] = -1;
-    }
-    void closeBoth() {
-        closeEnd(0);
-        closeEnd(1);
+    ~Pipe() {
+        for (int fd : {read, write}) {
+            if (fd >= 0) ::close(fd);
+        }
     }
 };
-
-std::vector<std::string> mergedEnvironment(const std::map<std::string, std::string>& extra) {
-    std::vector<std::string> result;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        const std::string name = text.substr(0, text.find('='));
-        if (extra.find(name) == extra.end()) result.push_back(text);
-    }
-    for (const auto& [name, value] : extra) result.push_back(name + "=" + value);
-    return result;
-}
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
@@ -50,54 +43,27 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
     return result;
 }
 
-// Reads both output pipes until they close while feeding the input pipe.
-void pump(Pipe& in, Pipe& out, Pipe& err, const std::string& input, ProcessResult& result) {
-    std::size_t written = 0;
-    if (input.empty()) in.closeEnd(1);
-    std::array<char, 65536> buffer{};
-    while (out.fds[0] >= 0 || err.fds[0] >= 0) {
-        std::array<pollfd, 3> polls{};
-        polls[0] = {out.fds[0], POLLIN, 0};
-        polls[1] = {err.fds[0], POLLIN, 0};
-        polls[2] = {in.fds[1], POLLOUT, 0};
-        if (::poll(polls.data(), polls.size(), -1) < 0) {
-            if (errno == EINTR) continue;
-            break;
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (polls[i].fd < 0 || polls[i].revents == 0) continue;
-            Pipe& pipe = i == 0 ? out : err;
-            const ssize_t n = ::read(pipe.fds[0], buffer.data(), buffer.size());
-            if (n <= 0) {
-                pipe.closeEnd(0);
-            } else {
-                (i == 0 ? result.out : result.err).append(buffer.data(), static_cast<std::size_t>(n));
-            }
-        }
-        if (polls[2].fd >= 0 && polls[2].revents != 0) {
-            const ssize_t n = ::write(in.fds[1], input.data() + written, input.size() - written);
-            if (n > 0) written += static_cast<std::size_t>(n);
-            if (n < 0 || written == input.size()) in.closeEnd(1);
-        }
-    }
-}
-
-// Starts `program` with the given descriptors (-1: inherit) on 0, 1 and 2.
+// Starts `program` with its standard input read from `input` (empty: inherited) and its
+// standard output and error on the given descriptors (-1: inherited).
 pid_t spawn(const std::string& program, const std::vector<std::string>& args, const ProcessOptions& options,
-            int stdinFd, int stdoutFd, int stderrFd) {
+            const std::string& input, int stdoutFd, int stderrFd) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    const int fds[] = {stdinFd, stdoutFd, stderrFd};
-    for (int target = 0; target < 3; ++target) {
-        if (fds[target] >= 0) posix_spawn_file_actions_adddup2(&actions, fds[target], target);
-    }
+    if (!input.empty()) posix_spawn_file_actions_addopen(&actions, 0, input.c_str(), O_RDONLY, 0);
+    if (stdoutFd >= 0) posix_spawn_file_actions_adddup2(&actions, stdoutFd, 1);
+    if (stderrFd >= 0) posix_spawn_file_actions_adddup2(&actions, stderrFd, 2);
     if (!options.workingDirectory.empty()) {
         posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory.c_str());
     }
     std::vector<std::string> argTexts{program};
     argTexts.insert(argTexts.end(), args.begin(), args.end());
+    std::vector<std::string> envTexts;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        if (options.env.count(text.substr(0, text.find('='))) == 0) envTexts.push_back(text);
+    }
+    for (const auto& [name, value] : options.env) envTexts.push_back(name + "=" + value);
     auto argv = pointers(argTexts);
-    auto envTexts = mergedEnvironment(options.env);
     auto envp = pointers(envTexts);
     pid_t pid = -1;
     const int rc = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
@@ -106,32 +72,46 @@ pid_t spawn(const std::string& program, const std::vector<std::string>& args, co
     return pid;
 }
 
-}  // namespace
-
-ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
-                         const ProcessOptions& options) {
-    Pipe in, out, err;
-    const pid_t pid = spawn(program, args, options, in.fds[0], out.fds[1], err.fds[1]);
-    in.closeEnd(0);
-    out.closeEnd(1);
-    err.closeEnd(1);
-
-    ProcessResult result;
-    pump(in, out, err, options.input, result);
+int waitFor(pid_t pid) {
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+// The input comes from a file, so only the two output pipes need watching.
+ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
+                         const ProcessOptions& options) {
+    const TempDir dir;
+    writeFile(dir / "input", options.input);
+    Pipe out, err;
+    const pid_t pid = spawn(program, args, options, (dir / "input").string(), out.write, err.write);
+    ::close(std::exchange(out.write, -1));
+    ::close(std::exchange(err.write, -1));
+    ProcessResult result;
+    std::array<pollfd, 2> polls{pollfd{out.read, POLLIN, 0}, pollfd{err.read, POLLIN, 0}};
+    std::array<std::string*, 2> texts{&result.out, &result.err};
+    std::array<char, 65536> buffer{};
+    while (polls[0].fd >= 0 || polls[1].fd >= 0) {
+        if (::poll(polls.data(), polls.size(), -1) < 0 && errno != EINTR) break;
+        for (std::size_t i = 0; i < polls.size(); ++i) {
+            if (polls[i].fd < 0 || polls[i].revents == 0) continue;
+            const ssize_t n = ::read(polls[i].fd, buffer.data(), buffer.size());
+            if (n > 0) texts[i]->append(buffer.data(), static_cast<std::size_t>(n));
+            if (n <= 0) polls[i].fd = -1;  // the Pipe closes it
+        }
+    }
+    result.exitCode = waitFor(pid);
     return result;
 }
 
 BackgroundProcess::BackgroundProcess(const std::string& program, const std::vector<std::string>& args,
                                      const ProcessOptions& options) {
     Pipe out;
-    const pid_t pid = spawn(program, args, options, -1, out.fds[1], -1);
-    pid_ = pid;
-    out_ = out.fds[0];
-    out.fds[0] = -1;
+    pid_ = spawn(program, args, options, "", out.write, -1);
+    out_ = std::exchange(out.read, -1);
 }
 
 BackgroundProcess::~BackgroundProcess() { stop(); }
@@ -156,11 +136,7 @@ int BackgroundProcess::stop(int signal) {
     }
     if (pid_ <= 0) return -1;
     ::kill(pid_, signal);
-    int status = 0;
-    while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-    }
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return waitFor(std::exchange(pid_, -1));
 }
 
 UpdateServer::UpdateServer(const std::string& root, const std::vector<std::string>& extraArgs)
