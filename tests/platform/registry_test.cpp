@@ -48,7 +48,8 @@ TEST(RegistryExport, EveryValueTypeIsReadAndWrittenBackInTheExportForm) {
         {R"("Count"=dword:0000001e)", "COUNT", kRegDword, "\x1e\0\0\0"s, ""},
         {R"("All"=dword:ffffffff)", "all", kRegDword, "\xff\xff\xff\xff"s, ""},
         {R"("High"=dword:80000001)", "high", kRegDword, "\x01\0\0\x80"s, ""},
-        {"\"Blob\"=hex:de,ad,\\\r\n  be,ef", "blob", kRegBinary, "\xde\xad\xbe\xef", "\"Blob\"=hex:de,ad,be,ef"},
+        {"\"Blob\"=hex:de,ad,\\\r\n  be,ef", "blob", kRegBinary, "\xde\xad\xbe\xef",
+         "\"Blob\"=hex:de,ad,be,ef"},
         {R"("Big"=hex(b):01,00,00,00,00,00,00,00)", "big", 11u, "\x01\0\0\0\0\0\0\0"s, ""},
         {R"("Odd"=hex(a):01,02,03)", "odd", 10u, "\x01\x02\x03", ""},
         {R"("Multi"=hex(7):61,00,00,00,62,00,00,00,00,00)", "multi", kRegMultiSz, "a\0b\0\0"s, ""},
@@ -62,7 +63,9 @@ TEST(RegistryExport, EveryValueTypeIsReadAndWrittenBackInTheExportForm) {
          "texts", kRegMultiSz, "5 €\0Café\0\U0001F3AE\0\0"s, ""},
     };
     for (const ValueRow& row : rows) {
-        const auto parsed = RegistryFile::parse(kExportStart + "; a comment\r\n" + kKeyLine + row.line + "\r\n");
+        const std::string written = row.written.empty() ? row.line : row.written;
+        const std::string file = kExportStart + "; a comment\r\n" + kKeyLine + row.line + "\r\n";
+        const auto parsed = RegistryFile::parse(file);
         ASSERT_TRUE(parsed.has_value()) << row.line;
         const auto* key = parsed->findKey("hkey_local_machine\\software\\QUENMARK\\velk");
         ASSERT_NE(key, nullptr) << row.line;
@@ -70,8 +73,7 @@ TEST(RegistryExport, EveryValueTypeIsReadAndWrittenBackInTheExportForm) {
         ASSERT_NE(value, nullptr) << row.line;
         EXPECT_EQ(value->type, row.type) << row.line;
         EXPECT_EQ(value->data, row.data) << row.line;
-        EXPECT_EQ(parsed->serialize(), kExportStart + kKeyLine + (row.written.empty() ? row.line : row.written) +
-                                           "\r\n");
+        EXPECT_EQ(parsed->serialize(), kExportStart + kKeyLine + written + "\r\n");
     }
 }
 

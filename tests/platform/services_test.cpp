@@ -27,7 +27,9 @@ TEST_F(ServicesTest, ServiceIsCreatedOnceAsAKeyBelowTheServicesKeyAndDescribed) 
     EXPECT_FALSE(queryServicePresence("VELKSvc").serviceOpened);
     EXPECT_EQ(setServiceDescription("VELKSvc", "text"), kServiceDoesNotExist);
     EXPECT_EQ(createService("VELKSvc", "VELK Anti-Cheat Service", "C:\\Apps\\VELK\\VELK_Service.exe"), 0);
-    for (const char* name : {"VELKSvc", "velksvc"}) EXPECT_TRUE(queryServicePresence(name).serviceOpened) << name;
+    for (const char* name : {"VELKSvc", "velksvc"}) {
+        EXPECT_TRUE(queryServicePresence(name).serviceOpened) << name;
+    }
     for (const char* name : {"VELK_Sys", ""}) EXPECT_FALSE(queryServicePresence(name).serviceOpened) << name;
     EXPECT_EQ(serviceData("VELKSvc", "ImagePath"), withNul("C:\\Apps\\VELK\\VELK_Service.exe"));
     EXPECT_EQ(serviceData("VELKSvc", "DisplayName"), withNul("VELK Anti-Cheat Service"));
