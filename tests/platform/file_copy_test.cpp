@@ -31,22 +31,20 @@ TEST_P(FastCopy, CopiesEveryByteAndThePermissions) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, FastCopy, ::testing::Values(0u, 1u, 4096u, (3u << 20) + 7u));
 
-TEST(FastCopyFailure, MissingSourceCreatesNoTarget) {
+// A missing source leaves no target behind; an existing target is never overwritten.
+TEST(FastCopyFailure, MissingSourceOrExistingTargetFailsAndLeavesTheTargetAsItWas) {
     test::TempDir dir;
+    const fs::path target = dir.path() / "target";
     std::error_code error;
-    EXPECT_FALSE(copyFileFast((dir.path() / "absent").string(), (dir.path() / "target").string(), error));
+    EXPECT_FALSE(copyFileFast((dir.path() / "absent").string(), target.string(), error));
     EXPECT_EQ(error, std::errc::no_such_file_or_directory);
-    EXPECT_FALSE(fs::exists(dir.path() / "target"));
-}
+    EXPECT_FALSE(fs::exists(target));
 
-TEST(FastCopyFailure, ExistingTargetIsLeftAlone) {
-    test::TempDir dir;
     test::writeFile(dir.path() / "source", "new");
-    test::writeFile(dir.path() / "target", "old");
-    std::error_code error;
-    EXPECT_FALSE(copyFileFast((dir.path() / "source").string(), (dir.path() / "target").string(), error));
+    test::writeFile(target, "old");
+    EXPECT_FALSE(copyFileFast((dir.path() / "source").string(), target.string(), error));
     EXPECT_EQ(error, std::errc::file_exists);
-    EXPECT_EQ(test::readFile(dir.path() / "target"), "old");
+    EXPECT_EQ(test::readFile(target), "old");
 }
 
 }  // namespace

@@ -11,10 +11,13 @@
 namespace velk::updater::platform {
 namespace {
 
+using namespace std::string_literals;
 using test::readFile;
 using test::writeRegistry;
 
 constexpr const char* kKey = "SOFTWARE\\Quenmark\\VELK";
+const std::string kExportStart = "Windows Registry Editor Version 5.00\r\n\r\n";
+const std::string kKeyLine = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK]\r\n";
 
 class RegistryTest : public test::SystemRootTest {};
 
@@ -28,53 +31,72 @@ std::string readString(const std::string& key, const std::string& name, long* st
     return rc == kErrorSuccess ? buffer.substr(0, size) : std::string();
 }
 
-TEST_F(RegistryTest, ExportFormatRoundTripsEveryValueType) {
-    const std::string text =
-        "Windows Registry Editor Version 5.00\r\n\r\n"
-        "; a comment\r\n"
-        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK]\r\n"
-        "@=\"default\"\r\n"
-        "\"Path\"=\"C:\\\\Games\\\\\\\"VELK\\\"\"\r\n"
-        "\"Count\"=dword:0000001e\r\n"
-        "\"Blob\"=hex:de,ad,\\\r\n  be,ef\r\n"
-        "\"Big\"=hex(b):01,00,00,00,00,00,00,00\r\n"
-        "\"Odd\"=hex(a):01,02,03\r\n"
-        "\"Multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\r\n"
-        "\"Nuls\"=hex(1):31,00,2e,00,30,00,00,00,00,00\r\n";
-    const auto parsed = RegistryFile::parse(text);
-    ASSERT_TRUE(parsed.has_value());
-    const auto* key = parsed->findKey("hkey_local_machine\\software\\QUENMARK\\velk");
-    ASSERT_NE(key, nullptr);
-    EXPECT_EQ(key->findValue("")->data, std::string("default\0", 8));
-    EXPECT_EQ(key->findValue("path")->data, std::string("C:\\Games\\\"VELK\"\0", 16));
-    EXPECT_EQ(key->findValue("Count")->data, std::string("\x1e\0\0\0", 4));
-    EXPECT_EQ(key->findValue("Blob")->data, "\xde\xad\xbe\xef");
-    EXPECT_EQ(key->findValue("Odd")->type, 10u);
-    EXPECT_EQ(key->findValue("Multi")->data, std::string("a\0b\0\0", 5));
-    EXPECT_EQ(key->findValue("Nuls")->data, std::string("1.0\0\0", 5));
+// One value line of an export, what the program sees of it, and the line written back
+// (the same line when `written` is empty: the file keeps the export's own form).
+struct ValueRow {
+    std::string line;
+    std::string name;  // looked up in another letter case
+    std::uint32_t type;
+    std::string data;
+    std::string written;
+};
 
-    const auto again = RegistryFile::parse(parsed->serialize());
-    ASSERT_TRUE(again.has_value());
-    EXPECT_EQ(again->serialize(), parsed->serialize());
-    for (const auto& name : {"", "Path", "Count", "Blob", "Big", "Odd", "Multi", "Nuls"}) {
-        const auto* before = key->findValue(name);
-        const auto* after = again->findKey(key->path)->findValue(name);
-        ASSERT_NE(after, nullptr) << name;
-        EXPECT_EQ(after->type, before->type) << name;
-        EXPECT_EQ(after->data, before->data) << name;
+TEST(RegistryExport, EveryValueTypeIsReadAndWrittenBackInTheExportForm) {
+    const ValueRow rows[] = {
+        {R"(@="default")", "", kRegSz, "default\0"s, ""},
+        {R"("Path"="C:\\Games\\\"VELK\"")", "path", kRegSz, "C:\\Games\\\"VELK\"\0"s, ""},
+        {R"("Count"=dword:0000001e)", "COUNT", kRegDword, "\x1e\0\0\0"s, ""},
+        {R"("All"=dword:ffffffff)", "all", kRegDword, "\xff\xff\xff\xff"s, ""},
+        {R"("High"=dword:80000001)", "high", kRegDword, "\x01\0\0\x80"s, ""},
+        {"\"Blob\"=hex:de,ad,\\\r\n  be,ef", "blob", kRegBinary, "\xde\xad\xbe\xef",
+         "\"Blob\"=hex:de,ad,be,ef"},
+        {R"("Big"=hex(b):01,00,00,00,00,00,00,00)", "big", 11u, "\x01\0\0\0\0\0\0\0"s, ""},
+        {R"("Odd"=hex(a):01,02,03)", "odd", 10u, "\x01\x02\x03", ""},
+        {R"("Multi"=hex(7):61,00,00,00,62,00,00,00,00,00)", "multi", kRegMultiSz, "a\0b\0\0"s, ""},
+        {R"("Nuls"=hex(1):31,00,2e,00,30,00,00,00,00,00)", "nuls", kRegSz, "1.0\0\0"s, ""},
+        // Text types are UTF-16 in the file and UTF-8 in the program: two-, three- and
+        // four-byte characters, the last one a surrogate pair in the file.
+        {"\"InstallPath\"=hex(2):43,00,3a,00,5c,00,53,00,70,00,69,00,65,00,6c,00,65,00,5c,00,dc,00,62,00,65,"
+         "00,72,00,77,00,61,00,63,00,68,00,75,00,6e,00,67,00,00,00",
+         "installpath", kRegExpandSz, "C:\\Spiele\\Überwachung\0"s, ""},
+        {"\"Texts\"=hex(7):35,00,20,00,ac,20,00,00,43,00,61,00,66,00,e9,00,00,00,3c,d8,ae,df,00,00,00,00",
+         "texts", kRegMultiSz, "5 €\0Café\0\U0001F3AE\0\0"s, ""},
+    };
+    for (const ValueRow& row : rows) {
+        const std::string written = row.written.empty() ? row.line : row.written;
+        const std::string file = kExportStart + "; a comment\r\n" + kKeyLine + row.line + "\r\n";
+        const auto parsed = RegistryFile::parse(file);
+        ASSERT_TRUE(parsed.has_value()) << row.line;
+        const auto* key = parsed->findKey("hkey_local_machine\\software\\QUENMARK\\velk");
+        ASSERT_NE(key, nullptr) << row.line;
+        const auto* value = key->findValue(row.name);
+        ASSERT_NE(value, nullptr) << row.line;
+        EXPECT_EQ(value->type, row.type) << row.line;
+        EXPECT_EQ(value->data, row.data) << row.line;
+        EXPECT_EQ(parsed->serialize(), kExportStart + kKeyLine + written + "\r\n");
     }
 }
 
-TEST_F(RegistryTest, MalformedFilesAreRejected) {
-    for (const std::string& body : {
-             std::string("REGEDIT4\n"),
-             std::string("Windows Registry Editor Version 5.00\n\"Orphan\"=\"x\"\n"),
-             std::string("Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\A]\n\"V\"=dword:xyz\n"),
-             std::string("Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\A]\n\"V\"=\"open\n"),
-             std::string("Windows Registry Editor Version 5.00\n[-HKEY_LOCAL_MACHINE\\A]\n"),
-             std::string("Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\A]\n\"V\"=hex:1g\n"),
+TEST(RegistryExport, MalformedFilesAreRejected) {
+    const std::string start = "Windows Registry Editor Version 5.00\n";
+    const std::string key = start + "[HKEY_LOCAL_MACHINE\\A]\n";
+    for (const std::string& text : {
+             "REGEDIT4\n"s,
+             start + "\"Orphan\"=\"x\"\n",
+             key + "\"V\"=\"open\n",
+             key + "\"V\"=\"closed\"trailing\n",
+             key + "\"V\"=hex:1g\n",
+             key + "\"V\"=dword:xyz\n",
+             key + "\"V\"=dword:123456789\n",
+             key + "\"V\"=dword:\n",
+             // A key line names a key: not empty, closed, and not an import's "[-KEY]" deletion.
+             start + "[]\n",
+             start + "[\n",
+             start + "[HKEY_LOCAL_MACHINE\\A\n",
+             start + "[HKEY_LOCAL_MACHINE\\A]trailing\n",
+             start + "[-HKEY_LOCAL_MACHINE\\A]\n",
          }) {
-        EXPECT_FALSE(RegistryFile::parse(body).has_value()) << body;
+        EXPECT_FALSE(RegistryFile::parse(text).has_value()) << text;
     }
 }
 
@@ -138,18 +160,8 @@ TEST_F(RegistryTest, UnparseableFileFailsEveryCallAndIsNeverRewritten) {
     readString(kKey, "Version", &status);
     EXPECT_NE(status, kErrorSuccess);
     EXPECT_FALSE(queryServicePresence("VELKSvc").managerOpened);
+    EXPECT_NE(createService("VELKSvc", "VELK", "x"), 0);
     EXPECT_EQ(readFile(root() / "registry.reg"), garbage);
-}
-
-TEST_F(RegistryTest, ServicesAreKeysBelowTheServicesKey) {
-    EXPECT_TRUE(queryServicePresence("VELKSvc").managerOpened);  // no file: an empty registry
-    EXPECT_FALSE(queryServicePresence("VELKSvc").serviceOpened);
-    writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\VELKSvc]\n"
-                          "\"Start\"=dword:00000003\n");
-    EXPECT_TRUE(queryServicePresence("VELKSvc").serviceOpened);
-    EXPECT_TRUE(queryServicePresence("velksvc").serviceOpened);
-    EXPECT_FALSE(queryServicePresence("VELK_Sys").serviceOpened);
-    EXPECT_FALSE(queryServicePresence("").serviceOpened);
 }
 
 }  // namespace

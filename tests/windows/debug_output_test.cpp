@@ -38,30 +38,15 @@ std::vector<std::string> debugStringsOf(std::string commandLine) {
             TerminateProcess(process.hProcess, 1);
             break;
         }
-        DWORD continueStatus = DBG_CONTINUE;
-        switch (event.dwDebugEventCode) {
-            case OUTPUT_DEBUG_STRING_EVENT:
-                strings.push_back(debugString(process.hProcess, event.u.DebugString));
-                break;
-            case CREATE_PROCESS_DEBUG_EVENT:
-                if (event.u.CreateProcessInfo.hFile != nullptr) CloseHandle(event.u.CreateProcessInfo.hFile);
-                break;
-            case LOAD_DLL_DEBUG_EVENT:
-                if (event.u.LoadDll.hFile != nullptr) CloseHandle(event.u.LoadDll.hFile);
-                break;
-            case EXCEPTION_DEBUG_EVENT:
-                // The loader's breakpoint is ours to pass; everything else is the program's own.
-                if (event.u.Exception.ExceptionRecord.ExceptionCode != EXCEPTION_BREAKPOINT) {
-                    continueStatus = DBG_EXCEPTION_NOT_HANDLED;
-                }
-                break;
-            case EXIT_PROCESS_DEBUG_EVENT:
-                running = false;
-                break;
-            default:
-                break;
-        }
-        ContinueDebugEvent(event.dwProcessId, event.dwThreadId, continueStatus);
+        const DWORD code = event.dwDebugEventCode;
+        if (code == OUTPUT_DEBUG_STRING_EVENT) strings.push_back(debugString(process.hProcess, event.u.DebugString));
+        if (code == CREATE_PROCESS_DEBUG_EVENT) CloseHandle(event.u.CreateProcessInfo.hFile);
+        if (code == LOAD_DLL_DEBUG_EVENT) CloseHandle(event.u.LoadDll.hFile);
+        running = code != EXIT_PROCESS_DEBUG_EVENT;
+        // The loader's breakpoint is ours to pass; every other exception is the program's own.
+        const bool programs = code == EXCEPTION_DEBUG_EVENT &&
+                              event.u.Exception.ExceptionRecord.ExceptionCode != EXCEPTION_BREAKPOINT;
+        ContinueDebugEvent(event.dwProcessId, event.dwThreadId, programs ? DBG_EXCEPTION_NOT_HANDLED : DBG_CONTINUE);
     }
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);

@@ -1,5 +1,6 @@
 // VELK_Updater.exe under Wine against the local update server: a real update of plain
-// files, with the product record read and written in the Wine prefix's registry.
+// files, with the product record read and written in the Wine prefix's registry and the
+// missing service registered through the prefix's service manager.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@ namespace velk::test {
 namespace {
 
 constexpr const char* kProductKey = "HKLM\\SOFTWARE\\Quenmark\\VELK";
+constexpr const char* kServiceKey = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\VELKSvc";
 
 // Z: is the Linux root in every Wine prefix.
 std::string windowsPath(const fs::path& path) {
@@ -30,6 +32,7 @@ protected:
         ASSERT_TRUE(fs::exists(exe_)) << exe_;
         EndToEndTest::SetUp();
         wine({"reg", "delete", kProductKey, "/f"});
+        wine({"sc", "delete", "VELKSvc"});
         ASSERT_EQ(reg({"add", kProductKey, "/v", "InstallPath", "/t", "REG_SZ", "/d", windowsPath(installDir()), "/f"}), 0);
     }
     void TearDown() override {
@@ -69,6 +72,9 @@ TEST_F(WineUpdateTest, PlainFilesAreReplacedAndTheNewVersionIsRecorded) {
     EXPECT_NE(version.find("2.0.0"), std::string::npos) << version;
     EXPECT_NE(regQuery("BuildNumber").find("200"), std::string::npos);
     EXPECT_NE(first.out.find("Update process completed successfully"), std::string::npos) << first.out;
+    EXPECT_NE(first.out.find("VELK service installed successfully"), std::string::npos) << first.out;
+    const std::string image = wine({"reg", "query", kServiceKey, "/v", "ImagePath"}).out;
+    EXPECT_NE(image.find(windowsPath(installDir() / "VELK_Service.exe")), std::string::npos) << image;
 
     const ProcessResult second = updater();
     EXPECT_EQ(second.exitCode, 0) << second.out << second.err;
