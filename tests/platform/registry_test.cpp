@@ -89,6 +89,7 @@ TEST(RegistryExport, MalformedFilesAreRejected) {
              key + "\"V\"=dword:xyz\n",
              key + "\"V\"=dword:123456789\n",
              key + "\"V\"=dword:\n",
+             key + "\"V\"=hex(123456789):00\n",  // a type wider than 32 bits
              // A key line names a key: not empty, closed, and not an import's "[-KEY]" deletion.
              start + "[]\n",
              start + "[\n",
