@@ -33,6 +33,9 @@
 #include <string>
 #include <vector>
 
+#include "release/manifest.hpp"
+#include "release/signed_text.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -253,8 +256,11 @@ void publish(const Options& o) {
     fs::create_directories(o.out / "files");
 
     json files = json::array();
-    // The updater signs and checks exactly this concatenation, in manifest order.
-    std::string signedText = o.version + o.build + o.commit;
+    // The signature covers the product's own signed text of what is published.
+    velk::updater::Manifest release;
+    release.version = o.version;
+    release.build_number = o.build;
+    release.git_commit = o.commit;
     for (const auto& entry : entries) {
         const fs::path copy = o.out / "files" / entry.relative;
         fs::create_directories(copy.parent_path());
@@ -270,10 +276,14 @@ void publish(const Options& o) {
                          {"backup", o.backup},
                          {"critical", false},
                          {"restart_required", false}});
-        signedText += entry.name + entry.sha256 + std::to_string(entry.size);
+        velk::updater::ManifestFile file;
+        file.name = entry.name;
+        file.sha256 = entry.sha256;
+        file.size = entry.size;
+        release.files.push_back(file);
     }
 
-    const Signed sig = sign(signedText, o);
+    const Signed sig = sign(velk::updater::signedManifestText(release), o);
     json manifest = {{"version", o.version},          {"release_date", isoNow()},
                      {"build_number", o.build},       {"git_commit", o.commit},
                      {"channel", o.channel},          {"minimum_version", o.minimumVersion},

@@ -15,7 +15,7 @@
 #include "../bench_support.hpp"
 #include "support/http_test_server.hpp"
 #include "crypto/crypto_utils.hpp"
-#include "files/file_updater.hpp"
+#include "apply/file_updater.hpp"
 #include "http/http_client.hpp"
 
 namespace {
@@ -81,13 +81,10 @@ void runUpdate(const Release& release, bool fresh) {
     updater::HttpClient http{updater::HttpConfig{}};
     http.initialize();
     updater::FileUpdaterConfig config;
-    config.installDirectory = installDir().string();
-    config.backupDirectory = config.installDirectory + "/backup";
-    config.tempDirectory = (bench::benchDir("files") / "tmp").string();
+    config.layout = updater::InstallationLayout(installDir().string(), (bench::benchDir("files") / "tmp").string());
     config.baseUrls = {server().url("/" + release.site.filename().string())};
     config.tryArchiveFirst = false;  // no archives published: plain files only, as curl fetches them
-    config.maxFileSize = 2ull << 30;
-    if (fresh) fs::remove_all(config.installDirectory);
+    if (fresh) fs::remove_all(installDir());
     updater::FileUpdater updater(config, http, logger);
     updater.initialize();
     for (const auto& result : updater.updateFiles(release.manifest, {})) {

@@ -6,26 +6,20 @@
 #include <string>
 
 #include "app/settings.hpp"
-#include "client/update_client.hpp"
+#include "apply/update_client.hpp"
+#include "common/text.hpp"
 #include "crypto/crypto_utils.hpp"
-#include "install/installation.hpp"
-#include "install/logging_settings.hpp"
-#include "install/product_files.hpp"
-#include "install/version_record.hpp"
+#include "installation/installation.hpp"
+#include "installation/logging_settings.hpp"
+#include "installation/product_files.hpp"
+#include "installation/version_record.hpp"
 #include "logging/logger.hpp"
 #include "platform/clean_text.hpp"
 #include "platform/elevation.hpp"
 #include "platform/instance_lock.hpp"
-#include "platform/process.hpp"
 
 namespace velk::updater {
 namespace {
-
-std::string joinNames(const std::vector<std::string>& names) {
-    std::string text;
-    for (const auto& name : names) text += (text.empty() ? "" : ", ") + name;
-    return text;
-}
 
 std::string enabled(bool on) { return on ? "ENABLED" : "DISABLED"; }
 std::string installed(bool present) { return present ? "INSTALLED" : "NOT INSTALLED"; }
@@ -52,21 +46,20 @@ std::optional<int> passPrivilegeGate(int argc, char* argv[]) {
     return std::nullopt;
 }
 
-void logBanner(Logger& logger, const UpdaterConfig& config, const std::string& installDirectory,
-               const std::string& logDirectory) {
+void logBanner(Logger& logger, const UpdaterConfig& config, const InstallationLayout& layout) {
     logger.info("VELK Update Client starting...");
     logger.info("Version: 1.0.0");
     logger.info("Channel: " + config.channel);
-    logger.info("Install Directory: " + installDirectory);
-    logger.info("Log Directory: " + logDirectory);
+    logger.info("Install Directory: " + layout.installDirectory());
+    logger.info("Log Directory: " + layout.logDirectory());
     logger.info("Registry-based logging: " + enabled(isUpdaterLoggingEnabled()));
     logger.info("Allow downgrades: " + enabled(!config.disableDowngrades));
     logger.info("Force updates: " + enabled(config.force));
 }
 
-void reportInstallationState(Logger& logger, const std::string& installDirectory) {
+void reportInstallationState(Logger& logger, const InstallationLayout& layout) {
     logger.info("Checking VELK installation state...");
-    const ValidationResult installation = validateInstallation(installDirectory);
+    const ValidationResult installation = validateInstallation(layout);
     if (!installation.valid) {
         logger.warning("VELK installation check: " + installation.message);
         std::cout << "WARNING: VELK installation incomplete or corrupted\n";
@@ -117,8 +110,9 @@ std::string recordedOrDefault(Logger& logger, const std::string& recorded, const
     return fallback;
 }
 
-// The fallback registration of the product's service when it is missing.
-void installServiceFallback(UpdateClient& client, Logger& logger, bool quiet) {
+// The fallback registration of the product's service when it is missing. It registers the
+// service of the recorded (or default) installation, whatever folder this run updates.
+void installServiceFallback(UpdateClient& client, Logger& logger, const InstallationLayout& layout, bool quiet) {
     if (client.serviceExists(product::kServiceName)) {
         logger.info("VELKSvc already installed - no fallback installation needed");
         return;
@@ -133,7 +127,7 @@ void installServiceFallback(UpdateClient& client, Logger& logger, bool quiet) {
     } else {
         logger.info("Using registry InstallPath: " + base);
     }
-    const int status = registerProductService(base);
+    const int status = registerProductService(InstallationLayout(base, layout.downloadDirectory()));
     if (status != 0) {
         logger.error("Failed to install VELKSvc as fallback (exit code: " + std::to_string(status) + ")");
         logger.error("This may cause game functionality issues");
@@ -211,8 +205,8 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
         std::cerr << "Failed to read the registry: " + *error + "\n";
         return 1;
     }
-    const FileUpdaterConfig fileUpdaterConfig = makeFileUpdaterConfig(config);
-    const std::string& installDirectory = fileUpdaterConfig.installDirectory;
+    const InstallationLayout layout = makeInstallationLayout(config);
+    const std::string& installDirectory = layout.installDirectory();
     // One run per installation, from before the first write until main returns; the
     // unelevated parent of an elevated run never takes it.
     const platform::InstanceLock lock(installDirectory);
@@ -224,17 +218,16 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
         std::cerr << "Failed to lock the installation " + platform::escapeControlCharacters(installDirectory) + "\n";
         return 1;
     }
-    const LoggerConfig loggerConfig = makeLoggerConfig(config, installDirectory);
+    const LoggerConfig loggerConfig = makeLoggerConfig(config, layout);
     Logger logger(loggerConfig);
     if (!logger.initialize()) {
         std::cerr << "Failed to initialize logger\n";
         return 1;
     }
-    const std::string logDirectory = platform::joinPath(installDirectory, "logs");
-    cleanupOldLogs(logDirectory, logger);
-    logBanner(logger, config, installDirectory, logDirectory);
+    cleanupOldLogs(layout.logDirectory(), logger);
+    logBanner(logger, config, layout);
 
-    if (!config.installServices) reportInstallationState(logger, installDirectory);
+    if (!config.installServices) reportInstallationState(logger, layout);
 
     const std::string version = recordedOrDefault(logger, getInstalledVersion(), "0.0.0", "version");
     const std::string build = recordedOrDefault(logger, getInstalledBuildNumber(), "0", "build number");
@@ -247,8 +240,8 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
     }
     logger.info("Cryptographic utilities initialized successfully");
 
-    UpdateClient client(makeHttpConfig(), fileUpdaterConfig, makeVerifierConfig(config, version, build),
-                        makeSelfUpdaterConfig(fileUpdaterConfig), logger);
+    UpdateClient client(makeHttpConfig(), makeFileUpdaterConfig(layout), makeVerifierConfig(config, version, build),
+                        makeSelfUpdaterConfig(layout), logger);
     if (!client.initialize()) {
         logger.error("Failed to initialize update client");
         std::cerr << "Failed to initialize update client\n";
@@ -257,7 +250,7 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
 
     int exitCode = 0;
     try {
-        installServiceFallback(client, logger, config.quiet);
+        installServiceFallback(client, logger, layout, config.quiet);
         if (config.installServices) {
             exitCode = runInstallServicesMode(client, logger, config.quiet);
         } else if (config.checkOnly) {

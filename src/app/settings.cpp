@@ -3,8 +3,8 @@
 #include <map>
 
 #include "app/release_keys.hpp"
-#include "install/installation.hpp"
-#include "install/logging_settings.hpp"
+#include "installation/installation.hpp"
+#include "installation/logging_settings.hpp"
 #include "platform/process.hpp"
 
 namespace velk::updater {
@@ -21,24 +21,24 @@ LogLevel levelFromName(const std::string& name, LogLevel fallback) {
 
 }  // namespace
 
-FileUpdaterConfig makeFileUpdaterConfig(const UpdaterConfig& options) {
+InstallationLayout makeInstallationLayout(const UpdaterConfig& options) {
+    std::string installDirectory = options.installDir.empty() ? getDefaultInstallDirectory() : options.installDir;
+    return InstallationLayout(std::move(installDirectory), getTempDirectory());
+}
+
+FileUpdaterConfig makeFileUpdaterConfig(const InstallationLayout& layout) {
     FileUpdaterConfig config;
-    config.installDirectory = options.installDir.empty() ? getDefaultInstallDirectory() : options.installDir;
-    config.backupDirectory = config.installDirectory + "/backup";
-    config.tempDirectory = getTempDirectory();
+    config.layout = layout;
     config.createBackups = true;
     config.verifyAfterUpdate = true;
     config.useStaging = true;
     config.deleteTempAfterInstall = true;
-    config.maxRetries = 3;
-    config.timeoutSeconds = 20;
-    config.retryDelaySeconds = 3;
     config.baseUrls = {VELK_CDN_BASE_URL, VELK_MIRROR_BASE_URL, VELK_ORIGIN_BASE_URL};
     config.tryArchiveFirst = true;
     return config;
 }
 
-LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& installDirectory) {
+LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const InstallationLayout& layout) {
     LoggerConfig config;
     if (!isUpdaterLoggingEnabled()) {
         config.sinks = 0;
@@ -48,7 +48,7 @@ LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& i
         options.logLevel.empty() ? readLoggingString("LogLevel", "info") : options.logLevel;
     config.minLevel = levelFromName(levelName, config.minLevel);
     config.sinks = options.quiet ? SinkFile | SinkEventLog : SinkConsole | SinkFile | SinkEventLog | SinkDebugger;
-    config.logFilePath = platform::joinPath(platform::joinPath(installDirectory, "logs"), "updater.log");
+    config.logFilePath = layout.logFile();
     config.useColors = !options.background;
     config.asyncMode = true;
     return config;
@@ -74,21 +74,15 @@ HttpConfig makeHttpConfig() {
     config.userAgent = "VELK-Updater/1.0.0";
     config.connectTimeoutSeconds = 30;
     config.requestTimeoutSeconds = 60;
-    config.maxRetries = 3;
     config.verboseOutput = true;
     return config;
 }
 
-SelfUpdaterConfig makeSelfUpdaterConfig(const FileUpdaterConfig& files) {
+SelfUpdaterConfig makeSelfUpdaterConfig(const InstallationLayout& layout) {
     SelfUpdaterConfig config;
-    config.installDirectory = files.installDirectory;
-    config.tempDirectory = files.tempDirectory;
+    config.installDirectory = layout.installDirectory();
     config.currentExecutable = platform::executablePath();
-    if (config.currentExecutable.empty()) {
-        config.currentExecutable = platform::joinPath(files.installDirectory, "VELK_Updater.exe");
-    }
-    config.restartAfterUpdate = false;
-    config.replacementDelaySeconds = 3;
+    if (config.currentExecutable.empty()) config.currentExecutable = layout.productFile("VELK_Updater.exe");
     return config;
 }
 

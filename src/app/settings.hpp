@@ -3,21 +3,26 @@
 #include <string>
 
 #include "app/options.hpp"
-#include "files/file_updater.hpp"
+#include "apply/file_updater.hpp"
 #include "http/http_client.hpp"
 #include "logging/logger.hpp"
-#include "manifest/manifest_verifier.hpp"
-#include "selfupdate/self_updater.hpp"
+#include "release/manifest_verifier.hpp"
+#include "apply/self_updater.hpp"
 
 // Every component's settings are made here, from the options, the build's endpoints and
 // the registry, and handed down as records.
 namespace velk::updater {
 
-// The file updater settings of a run; its installation directory is the run's.
-FileUpdaterConfig makeFileUpdaterConfig(const UpdaterConfig& options);
+// The installation of a run: the folder named on the command line, else the registered
+// or default one; downloads wait in the system's temporary folder. Throws the filesystem
+// error when the system has no temporary folder.
+InstallationLayout makeInstallationLayout(const UpdaterConfig& options);
+
+// The file updater settings of a run, on the run's installation.
+FileUpdaterConfig makeFileUpdaterConfig(const InstallationLayout& layout);
 
 // The logger settings of a run, from the options and the registry switches.
-LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const std::string& installDirectory);
+LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const InstallationLayout& layout);
 
 // The verifier settings of a run: downgrades are refused only when disabled and not forced;
 // the build's pinned release keys, and rollbacks allowed only when forced.
@@ -26,7 +31,7 @@ ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const st
 
 HttpConfig makeHttpConfig();
 
-// The self-updater works in the file updater's folders on the running executable.
-SelfUpdaterConfig makeSelfUpdaterConfig(const FileUpdaterConfig& files);
+// The self-updater works in the installation folder on the running executable.
+SelfUpdaterConfig makeSelfUpdaterConfig(const InstallationLayout& layout);
 
 }  // namespace velk::updater

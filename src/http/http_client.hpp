@@ -18,7 +18,6 @@ struct HttpConfig {
     // Limit of a whole in-memory request; a file download is aborted instead when no
     // byte arrives for this long, so a large file on a slow link still completes.
     std::uint64_t requestTimeoutSeconds = 300;
-    std::uint32_t maxRetries = 3;  // kept with the record; no transfer retries on its own
     bool verifySsl = true;
     std::string caBundlePath;
     std::string userAgent = "VELK-Updater/1.0";

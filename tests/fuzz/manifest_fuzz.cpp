@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "manifest/manifest.hpp"
+#include "release/manifest.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "files/url_candidates.hpp"
-#include "manifest/path_rules.hpp"
+#include "delivery/url_candidates.hpp"
+#include "release/path_rules.hpp"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fails when a source folder includes a folder that is not below it in the layer order:
-# platform, then logging/crypto/http, then install/manifest (manifest builds on install's
-# version order), then files/selfupdate, then client, then app.
+# common (shared records and helpers), then platform, then logging/crypto/http, then
+# release and installation (neither includes the other), then delivery, then apply, then app.
 # One grep and one awk for the whole tree: the check runs with every test pass.
 set -u
 src=${1:?usage: check_layers.sh SRC_DIR}
@@ -10,7 +10,7 @@ src=${src%/}
 grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"[^/"]+/' "$src" --include='*.cpp' --include='*.hpp' |
     awk -v src="$src/" '
         BEGIN {
-            split("platform 0 logging 1 crypto 1 http 1 install 2 manifest 3 files 4 selfupdate 4 client 5 app 6",
+            split("common 0 platform 1 logging 2 crypto 2 http 2 release 3 installation 3 delivery 4 apply 5 app 6",
                   pairs, " ")
             for (i = 1; i < length(pairs); i += 2) rank[pairs[i]] = pairs[i + 1]
         }

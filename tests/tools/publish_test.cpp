@@ -9,7 +9,8 @@
 #include <nlohmann/json.hpp>
 
 #include "crypto/crypto_utils.hpp"
-#include "manifest/manifest_verifier.hpp"
+#include "release/manifest_verifier.hpp"
+#include "release/signed_text.hpp"
 #include "support/log_capture.hpp"
 #include "support/process_runner.hpp"
 

@@ -5,6 +5,7 @@
 
 #include "platform/elevation.hpp"
 #include "platform/known_folders.hpp"
+#include "platform/paths.hpp"
 #include "platform/process.hpp"
 #include "windows/windows_support.hpp"
 

@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
-#include "install/installation.hpp"
-#include "install/version_record.hpp"
+#include "installation/installation.hpp"
+#include "installation/version_record.hpp"
 #include "platform/registry.hpp"
 #include "platform/services.hpp"
 #include "windows/windows_support.hpp"

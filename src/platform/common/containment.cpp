@@ -1,6 +1,6 @@
 #include "platform/containment.hpp"
 
-#include "platform/process.hpp"
+#include "platform/paths.hpp"
 
 namespace velk::updater::platform {
 

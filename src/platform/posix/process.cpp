@@ -15,12 +15,4 @@ std::string executablePath() {
     return std::string(buffer.data(), static_cast<std::size_t>(length));
 }
 
-char pathSeparator() { return '/'; }
-
-bool sameFileName(const std::string& a, const std::string& b) { return a == b; }
-
-std::string joinPath(const std::string& directory, const std::string& name) {
-    return directory + pathSeparator() + name;
-}
-
 }  // namespace velk::updater::platform

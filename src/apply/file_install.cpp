@@ -1,0 +1,87 @@
+#include <chrono>
+#include <filesystem>
+
+#include "apply/file_updater.hpp"
+#include "apply/file_updater_impl.hpp"
+#include "common/text.hpp"
+#include "delivery/file_check.hpp"
+#include "platform/file_replace.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Puts the staged copy in place of the target in one step. The staged bytes reach the
+// disk first, so a crash leaves the target either old or new, never partly written.
+void replaceWithStaging(const fs::path& staging, const fs::path& target) {
+    if (!platform::flushFile(staging.string())) {
+        throw fs::filesystem_error("flush of staged file failed", staging, std::make_error_code(std::errc::io_error));
+    }
+    std::string error;
+    if (!platform::replaceFile(staging.string(), target.string(), error)) {
+        throw fs::filesystem_error("rename failed: " + error, staging, target,
+                                   std::make_error_code(std::errc::io_error));
+    }
+}
+
+// Copies into a new file through the system's copy, which moves the bytes without passing
+// them through this process; fails as fs::copy_file does when the target exists.
+void copyToNewFile(const fs::path& source, const fs::path& target) {
+    std::error_code error;
+    if (!platform::copyFileFast(source.string(), target.string(), error)) {
+        throw fs::filesystem_error("cannot copy file", source, target, error);
+    }
+}
+
+}  // namespace
+
+FileUpdateResult FileUpdater::installFile(const ManifestFile& file, const std::string& downloadedPath,
+                                          FileUpdateResult result) {
+    Impl& impl = *impl_;
+    const InstallationLayout& layout = impl.config.layout;
+    const std::string& installDirectory = layout.installDirectory();
+    const auto start = std::chrono::steady_clock::now();
+    result.filePath = file.target_path;
+    result.success = false;
+    result.errorMessage.clear();
+    try {
+        const fs::path target = layout.targetFile(file.target_path);
+        requireInside(installDirectory, target);
+        fs::create_directories(target.parent_path());
+        requireInside(installDirectory, target);
+
+        if (impl.config.createBackups && file.backup && fs::exists(target)) {
+            const fs::path backup = layout.backupFile(file.name, std::chrono::system_clock::now());
+            fs::create_directories(backup.parent_path());
+            requireInside(layout.backupDirectory(), backup);
+            copyToNewFile(target, backup);
+            impl.logger.debug("Created backup: " + backup.string());
+        }
+
+        if (impl.config.useStaging) {
+            const fs::path staging = InstallationLayout::stagingFile(target);
+            requireInside(installDirectory, staging);
+            if (fs::exists(staging)) {
+                impl.logger.debug("Removing leftover staging file: " + staging.string());
+                fs::remove(staging);
+            }
+            copyToNewFile(downloadedPath, staging);
+            // Point of no return: from here on the target holds the new file.
+            replaceWithStaging(staging, target);
+        } else {
+            fs::copy_file(downloadedPath, target, fs::copy_options::overwrite_existing);
+        }
+
+        if (impl.config.deleteTempAfterInstall) fs::remove(downloadedPath);
+        result.success = true;
+        impl.logger.debug("Installed file: " + file.name + " to " + target.string());
+    } catch (const std::exception& error) {
+        result.errorMessage = std::string("Installation failed: ") + error.what();
+        impl.logger.error("Installation failed for " + file.name + ": " + error.what());
+    }
+    result.installTimeMs = millisecondsSince(start);
+    return result;
+}
+
+}  // namespace velk::updater

@@ -1,0 +1,127 @@
+#include <algorithm>
+#include <filesystem>
+
+#include "apply/file_updater.hpp"
+#include "apply/file_updater_impl.hpp"
+#include "platform/volumes.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+}  // namespace
+
+// Counts every copy an update makes, not only the new files: the staging copies on the
+// installation's volume, and in the temporary folder the largest download beside the entry
+// taken out of its archive. (Wrong installed copies are deleted before this, so there is
+// nothing left to back up.)
+bool FileUpdater::hasRoomFor(const std::vector<ManifestFile>& downloads) {
+    const std::string& installDirectory = impl_->config.layout.installDirectory();
+    const std::string& downloadDirectory = impl_->config.layout.downloadDirectory();
+    std::uint64_t installBytes = 0;
+    std::uint64_t largest = 0;
+    for (const auto& file : downloads) {
+        installBytes += file.size;
+        largest = std::max<std::uint64_t>(largest, file.size);
+    }
+    const std::uint64_t tempBytes = 2 * largest;
+    if (platform::sameVolume(installDirectory, downloadDirectory)) {
+        return hasEnoughDiskSpace(installBytes + tempBytes);
+    }
+    if (!hasEnoughDiskSpace(installBytes)) return false;
+    try {
+        return fs::space(downloadDirectory).available >= tempBytes;
+    } catch (const std::exception& error) {
+        impl_->logger.warning(std::string("Failed to check disk space: ") + error.what());
+        return true;
+    }
+}
+
+FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
+    const Delivery delivery = impl_->downloader.download(file);
+    FileUpdateResult result(delivery.success, delivery.errorMessage, delivery.path);
+    result.bytesDownloaded = delivery.bytesDownloaded;
+    result.downloadTimeMs = delivery.downloadTimeMs;
+    return result;
+}
+
+FileUpdateResult FileUpdater::updateFile(const ManifestFile& file) {
+    Logger& logger = impl_->logger;
+    logger.debug("Updating file: " + file.name);
+    FileUpdateResult download = downloadFile(file);
+    if (!download.success) return download;
+    if (impl_->config.verifyAfterUpdate) {
+        if (!verifyFileIntegrity(download.filePath, file.sha256)) {
+            // Never install what failed verification; a failing removal reaches the caller.
+            fs::remove(download.filePath);
+            return FileUpdateResult(false, "File integrity check failed", file.target_path);
+        }
+        logger.debug("File integrity verified: " + file.name);
+    }
+    const std::string downloaded = download.filePath;
+    return installFile(file, downloaded, std::move(download));
+}
+
+std::vector<FileUpdateResult> FileUpdater::updateFiles(const Manifest& manifest, ProgressCallback callback) {
+    Impl& impl = *impl_;
+    std::vector<FileUpdateResult> results;
+    std::vector<ManifestFile> downloads;
+    for (const auto& file : manifest.files) {
+        if (checkFileCurrent(file)) {
+            impl.logger.info("File " + file.name + " is already up to date - skipping download");
+            results.emplace_back(true, "Skipped - already current", file.target_path);
+        } else {
+            impl.logger.info("File " + file.name + " needs updating");
+            downloads.push_back(file);
+        }
+    }
+
+    UpdateProgress& progress = impl.progress;
+    progress.totalFiles = downloads.size();
+    progress.completedFiles = 0;
+    progress.totalBytes = 0;
+    for (const auto& file : downloads) progress.totalBytes += file.size;
+    progress.downloadedBytes = 0;
+    progress.startTime = std::chrono::system_clock::now();
+    progress.currentOperation = "Preparing update";
+    impl.logger.info("Starting file update process for " + std::to_string(downloads.size()) + " files (" +
+                     std::to_string(manifest.files.size() - downloads.size()) + " skipped)");
+
+    if (!hasRoomFor(downloads)) {
+        results.emplace_back(false, "Insufficient disk space", "");
+        return results;
+    }
+
+    for (const auto& file : downloads) {
+        if (impl.cancelRequested.load()) {
+            impl.logger.info("Update cancelled by user");
+            break;
+        }
+        progress.currentFile = file.name;
+        progress.currentOperation = "Downloading " + file.name;
+        if (callback) callback(progress);
+
+        FileUpdateResult result = updateFile(file);
+        if (result.success) {
+            ++impl.successfulCount;
+            progress.downloadedBytes += result.bytesDownloaded;
+            impl.totalBytesDownloaded += result.bytesDownloaded;
+        } else {
+            ++impl.failedCount;
+            impl.logger.error("Failed to update file " + file.name + ": " + result.errorMessage);
+        }
+        results.push_back(std::move(result));
+        ++progress.completedFiles;
+        progress.percentComplete = static_cast<std::int32_t>(progress.completedFiles * 100 / progress.totalFiles);
+        ++impl.filesProcessed;
+    }
+
+    progress.currentOperation = "Update completed";
+    if (callback) callback(progress);
+    impl.logger.info("File update completed: " + std::to_string(impl.successfulCount) + " successful, " +
+                     std::to_string(impl.failedCount) + " failed");
+    return results;
+}
+
+}  // namespace velk::updater

@@ -1,0 +1,244 @@
+#include <archive.h>
+#include <archive_entry.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "crypto/crypto_utils.hpp"
+#include "delivery/download.hpp"
+#include "support/http_test_server.hpp"
+#include "support/log_capture.hpp"
+#include "support/manifest_entry.hpp"
+
+namespace velk::updater {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::entry;
+using test::sha256Hex;
+
+struct ZipEntry {
+    std::string name;
+    std::string content;
+    bool symlink = false;  // content is then the link target
+};
+
+// Deflated, or stored when `stored`, so that a test can find and damage an entry's bytes.
+inline std::string makeZip(const std::vector<ZipEntry>& entries, bool stored = false) {
+    std::vector<char> buffer(1 << 20);
+    std::size_t used = 0;
+    std::unique_ptr<archive, decltype(&archive_write_free)> zip(archive_write_new(), archive_write_free);
+    archive_write_set_format_zip(zip.get());
+    if (stored) archive_write_set_options(zip.get(), "zip:compression=store");
+    archive_write_open_memory(zip.get(), buffer.data(), buffer.size(), &used);
+    for (const auto& item : entries) {
+        std::unique_ptr<archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(), archive_entry_free);
+        archive_entry_set_pathname(entry.get(), item.name.c_str());
+        if (item.symlink) {
+            archive_entry_set_filetype(entry.get(), AE_IFLNK);
+            archive_entry_set_symlink(entry.get(), item.content.c_str());
+            archive_write_header(zip.get(), entry.get());
+            continue;
+        }
+        archive_entry_set_filetype(entry.get(), AE_IFREG);
+        archive_entry_set_perm(entry.get(), 0644);
+        archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.content.size()));
+        archive_write_header(zip.get(), entry.get());
+        archive_write_data(zip.get(), item.content.data(), item.content.size());
+    }
+    archive_write_close(zip.get());
+    return std::string(buffer.data(), used);
+}
+
+// A downloader into a fresh download folder, with a loopback server behind three bases.
+class DownloadTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(CryptoUtils::initialize());
+        ASSERT_TRUE(http_.initialize());
+        fs::create_directories(temp_);
+        config_.baseUrls = {server_.url("/cdn"), server_.url("/mirror/"), server_.url("/origin")};
+    }
+    void TearDown() override { CryptoUtils::cleanup(); }
+
+    Downloader& downloader() {
+        if (!downloader_) {
+            const InstallationLayout layout((dir_ / "install").string(), temp_.string());
+            downloader_ = std::make_unique<Downloader>(config_, layout, http_, log_.logger());
+        }
+        return *downloader_;
+    }
+
+    test::TempDir dir_;
+    test::HttpTestServer server_;
+    test::LogCapture log_;
+    HttpClient http_{HttpConfig{}};
+    fs::path temp_ = dir_ / "temp";
+    DeliveryConfig config_;
+    std::unique_ptr<Downloader> downloader_;
+};
+
+// The first base answers neither the archive (404) nor the file (503); the mirror has no
+// archive but the file.
+TEST_F(DownloadTest, MissingArchiveFallsBackToThePlainFileAndAFailingBaseToTheNext) {
+    const std::string content = "library v2";
+    server_.set("/cdn/files/VELK.dll", "server error", 503);
+    server_.set("/mirror/files/VELK.dll", content);
+    const Delivery result = downloader().download(entry("VELK.dll", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    EXPECT_EQ(result.path, (temp_ / "VELK.dll.tmp").string());
+    EXPECT_EQ(test::readFile(result.path), content);
+    EXPECT_EQ(result.bytesDownloaded, content.size());
+    EXPECT_EQ(server_.requests(), (std::vector<std::string>{"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll",
+                                                            "/mirror/files/VELK.dll.zip", "/mirror/files/VELK.dll"}));
+    EXPECT_TRUE(log_.contains("[WARNING] Download attempt failed: " + server_.url("/mirror/files/VELK.dll.zip") +
+                              " =>  (404)"));
+    EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/mirror/files/VELK.dll")));
+}
+
+TEST_F(DownloadTest, FailureListsEveryAttemptedUrl) {
+    const Delivery result = downloader().download(entry("VELK.dll", "x"));
+    EXPECT_FALSE(result.success);
+    std::string expected = "Download failed after attempts (zip then plain per base):\n";
+    for (const char* path : {"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll", "/mirror/files/VELK.dll.zip",
+                             "/mirror/files/VELK.dll", "/origin/files/VELK.dll.zip", "/origin/files/VELK.dll"}) {
+        expected += "  - " + server_.url(path) + "\n";
+    }
+    EXPECT_EQ(result.errorMessage, expected);
+
+    // An absolute URL without a path forms no candidate: no request, no lines.
+    server_.clearRequests();
+    const Delivery none = downloader().download(entry("VELK.dll", "x", "https://cdn.example"));
+    EXPECT_EQ(none.errorMessage, "Download failed after attempts (zip then plain per base):\n");
+    EXPECT_TRUE(server_.requests().empty());
+}
+
+TEST_F(DownloadTest, ArchiveIsUnpackedAndSearchedRecursively) {
+    const std::string content = "zipped library";
+    server_.set("/cdn/files/VELK.dll.zip", makeZip({{"bin/x64/VELK.dll", content}, {"readme.txt", "hi"}}));
+    const Delivery result = downloader().download(entry("VELK.dll", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    EXPECT_EQ(result.path, (temp_ / "VELK.dll.tmp").string());
+    EXPECT_EQ(test::readFile(result.path), content);
+    // Only the wanted entry reached the disk, and the archive is gone.
+    EXPECT_EQ(std::distance(fs::directory_iterator(temp_), fs::directory_iterator()), 1);
+    EXPECT_EQ(server_.requests().size(), 1u);
+}
+
+// Each archive fails the download and leaves nothing of itself: a wrong entry name, no
+// zip, entries reaching outside the folder, and an entry whose data does not finish.
+TEST_F(DownloadTest, ArchiveProblemsFailTheDownload) {
+    const std::string content = "library bytes, stored as they are";
+    const std::string stored = makeZip({{"VELK.dll", content}}, true);
+    std::string corrupt = stored;
+    corrupt[corrupt.find(content) + 3] ^= 0x20;  // the stored CRC no longer matches
+    const struct {
+        const char* what;
+        std::string zip;
+        const char* error;
+    } rows[] = {
+        {"wrong case", makeZip({{"velk.dll", content}}), "Zip missing expected entry"},
+        {"no zip", "not a zip at all", "Failed to extract zip"},
+        {"parent path", makeZip({{"../escaped.dll", "evil"}, {"VELK.dll", content}}), "Failed to extract zip"},
+        {"absolute path", makeZip({{"VELK.dll", content}, {(dir_ / "absolute.dll").string(), "evil"}}), "Failed to extract zip"},
+        {"symlink", makeZip({{"link", "../../", true}, {"VELK.dll", content}}), "Failed to extract zip"},
+        {"crc mismatch", corrupt, "Failed to extract zip"},
+        {"truncated data", stored.substr(0, stored.find(content) + 10), "Failed to extract zip"},
+    };
+    for (const auto& row : rows) {
+        server_.set("/cdn/files/VELK.dll.zip", row.zip);
+        EXPECT_EQ(downloader().download(entry("VELK.dll", content)).errorMessage, row.error) << row.what;
+        EXPECT_TRUE(fs::is_empty(temp_)) << row.what;
+    }
+    EXPECT_FALSE(fs::exists(temp_ / "escaped.dll"));
+    EXPECT_FALSE(fs::exists(dir_ / "absolute.dll"));
+}
+
+// A small archive that unpacks to far more than the entry may hold is cut off at the
+// entry's size and leaves nothing behind.
+TEST_F(DownloadTest, ZipBombIsCutOffAtTheEntrySize) {
+    server_.set("/cdn/files/VELK.dll.zip", makeZip({{"VELK.dll", std::string(16 * 1024 * 1024, '\0')}}));
+    const Delivery result = downloader().download(entry("VELK.dll", "ten bytes!"));
+    EXPECT_FALSE(result.success);
+    EXPECT_EQ(result.errorMessage, "Zip entry larger than expected");
+    EXPECT_TRUE(fs::is_empty(temp_));
+}
+
+TEST_F(DownloadTest, UpperCaseZipSuffixIsNotAnArchive) {
+    const std::string content = makeZip({{"VELK.ZIP", "inner"}});
+    config_.baseUrls = {server_.url("/cdn")};
+    config_.tryArchiveFirst = false;
+    server_.set("/cdn/files/VELK.ZIP", content);
+    const Delivery result = downloader().download(entry("VELK.ZIP", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    EXPECT_EQ(test::readFile(result.path), content);
+}
+
+TEST_F(DownloadTest, SizeIsCheckedAgainstTheManifest) {
+    server_.set("/cdn/files/VELK.dll", "123");
+    ManifestFile file = entry("VELK.dll", "1234");
+    const Delivery result = downloader().download(file);
+    EXPECT_FALSE(result.success);
+    EXPECT_EQ(result.errorMessage, "File size mismatch");
+    EXPECT_TRUE(log_.contains("[ERROR] File size mismatch after download: expected 4, got 3"));
+    file.size = 0;
+    EXPECT_TRUE(downloader().download(file).success);
+}
+
+// A server that sends more than the manifest's size, or never stops, is cut off at the
+// size: neither the disk nor the time of the run is the server's to take.
+TEST_F(DownloadTest, EndlessDataStopsPastTheManifestSize) {
+    config_.baseUrls = {server_.url("/cdn")};
+    server_.set("/cdn/files/VELK.dll.zip", std::string(4 * 1024 * 1024, 'z'));
+    server_.setEndless("/cdn/files/VELK.dll");
+    const ManifestFile file = entry("VELK.dll", "1234567890");
+    const Delivery result = downloader().download(file);
+    EXPECT_FALSE(result.success);
+    EXPECT_TRUE(log_.contains("[WARNING] Download attempt failed: " + server_.url("/cdn/files/VELK.dll") +
+                              " => Response larger than the expected 10 bytes (0)"));
+    EXPECT_LT(server_.endlessBytesSent(), 64u * 1024 * 1024);
+    EXPECT_FALSE(fs::exists(temp_ / "VELK.dll.tmp"));
+}
+
+TEST_F(DownloadTest, WithoutBaseUrlsTheEntryUrlIsFetchedDirectly) {
+    config_.baseUrls.clear();
+    server_.set("/direct/VELK.dll", "direct");
+    EXPECT_TRUE(downloader().download(entry("VELK.dll", "direct", server_.url("/direct/VELK.dll"))).success);
+    const Delivery missing = downloader().download(entry("VELK.dll", "x", server_.url("/nowhere")));
+    EXPECT_EQ(missing.errorMessage, "Direct download failed: ");
+}
+
+// The digest is taken while the file is written; attempts cut off before the one that
+// succeeds must leave nothing of theirs in it.
+TEST_F(DownloadTest, DigestTakenDuringDownloadIsThatOfTheFileAfterCutOffAttempts) {
+    const std::string content(100 * 1024, 'v');
+    server_.setEndless("/cdn/files/VELK.dll.zip");
+    server_.setEndless("/cdn/files/VELK.dll");
+    server_.set("/mirror/files/VELK.dll", content);
+    const Delivery result = downloader().download(entry("VELK.dll", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    EXPECT_EQ(downloader().keptDigestOf(result.path), sha256Hex(content));
+}
+
+// The temporary folder is shared: a download replaced after it was written (another size,
+// or the same size with another modification time) must be hashed again, not judged by the
+// digest taken while the original was written.
+class SwappedDownload : public DownloadTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(SwappedDownload, FileChangedAfterItsDownloadIsReadAgain) {
+    const std::string content = "library v2!";
+    const std::string replacement = GetParam();
+    server_.set("/cdn/files/VELK.dll", content);
+    const Delivery result = downloader().download(entry("VELK.dll", content));
+    ASSERT_TRUE(result.success) << result.errorMessage;
+    const auto written = fs::last_write_time(result.path);
+    test::writeFile(result.path, replacement);
+    fs::last_write_time(result.path, written - std::chrono::hours(1));
+    EXPECT_EQ(downloader().keptDigestOf(result.path), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(OtherSizeOrSameSize, SwappedDownload, ::testing::Values("evil library!", "EVIL LIB v2"));
+
+}  // namespace
+}  // namespace velk::updater

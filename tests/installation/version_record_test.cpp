@@ -1,0 +1,87 @@
+#include "installation/version_record.hpp"
+
+#include <gtest/gtest.h>
+
+#include "support/test_support.hpp"
+
+namespace velk::updater {
+namespace {
+
+using test::kProductKeyHeader;
+using test::readFile;
+using test::writeRegistry;
+
+class VersionRecordTest : public test::SystemRootTest {
+protected:
+    void registry(const std::string& values) { writeRegistry(root(), kProductKeyHeader + values); }
+    std::string registryText() const { return readFile(root() / "registry.reg"); }
+};
+
+TEST_F(VersionRecordTest, VersionFallsBackToTheSecondCopyWhenItCannotBeReadAsText) {
+    registry("\"Version\"=dword:00000001\n\"VELKInstalled\"=\"1.0.3\"\n");
+    EXPECT_EQ(getInstalledVersion(), "1.0.3");
+    registry("\"VELKInstalled\"=\"1.0.3\"\n");
+    EXPECT_EQ(getInstalledVersion(), "1.0.3");
+    registry("\"Version\"=\"2.0.0\"\n\"VELKInstalled\"=\"1.0.3\"\n");
+    EXPECT_EQ(getInstalledVersion(), "2.0.0");
+    registry("\"Version\"=dword:00000001\n");
+    EXPECT_EQ(getInstalledVersion(), "");
+}
+
+TEST_F(VersionRecordTest, TrailingNulsAreRemoved) {
+    // "1.0.5" followed by two NULs, in the export's UTF-16 form.
+    registry("\"Version\"=hex(1):31,00,2e,00,30,00,2e,00,35,00,00,00,00,00\n"
+             "\"BuildNumber\"=hex(1):34,00,32,00,00,00,00,00\n");
+    EXPECT_EQ(getInstalledVersion(), "1.0.5");
+    EXPECT_EQ(getInstalledBuildNumber(), "42");
+}
+
+TEST_F(VersionRecordTest, NothingRecordedReadsAsEmpty) {
+    EXPECT_EQ(getInstalledVersion(), "");
+    EXPECT_EQ(getInstalledBuildNumber(), "");
+}
+
+TEST_F(VersionRecordTest, WriteWithoutTheKeyFailsAndCreatesNothing) {
+    EXPECT_FALSE(setInstalledVersion("1.1.0", "7"));
+    EXPECT_FALSE(test::fs::exists(root() / "registry.reg"));
+
+    writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark]\n");
+    const std::string before = registryText();
+    EXPECT_FALSE(setInstalledVersion("1.1.0", "7"));
+    EXPECT_EQ(registryText(), before);
+}
+
+TEST_F(VersionRecordTest, WriteSetsBothVersionCopiesAndLeavesAnOmittedBuildAlone) {
+    registry("\"BuildNumber\"=\"100\"\n\"InstallPath\"=\"C:\\\\VELK\"\n");
+    EXPECT_TRUE(setInstalledVersion("1.1.0", ""));
+    EXPECT_EQ(getInstalledVersion(), "1.1.0");
+    EXPECT_EQ(getInstalledBuildNumber(), "100");
+    const std::string text = registryText();
+    EXPECT_NE(text.find("\"Version\"=\"1.1.0\""), std::string::npos);
+    EXPECT_NE(text.find("\"VELKInstalled\"=\"1.1.0\""), std::string::npos);
+    EXPECT_NE(text.find("\"InstallPath\"=\"C:\\\\VELK\""), std::string::npos);
+
+    EXPECT_TRUE(setInstalledVersion("", "101"));
+    EXPECT_EQ(getInstalledVersion(), "1.1.0");
+    EXPECT_EQ(getInstalledBuildNumber(), "101");
+}
+
+TEST_F(VersionRecordTest, CorruptRegistryIsNeverOverwritten) {
+    const std::string corrupt = "Windows Registry Editor Version 5.00\n" + std::string(kProductKeyHeader) +
+                                "\"Version\"=\"1.0.0\n";
+    test::writeFile(root() / "registry.reg", corrupt);
+    EXPECT_EQ(getInstalledVersion(), "");
+    EXPECT_FALSE(setInstalledVersion("2.0.0", "2"));
+    EXPECT_EQ(registryText(), corrupt);
+    // Unreadable is told apart from absent, which is an ordinary fresh installation.
+    const auto error = productRecordError();
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->find("registry.reg cannot be read or parsed (error 1009)"), std::string::npos) << *error;
+    test::writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n");
+    EXPECT_FALSE(productRecordError());
+    std::filesystem::remove(root() / "registry.reg");
+    EXPECT_FALSE(productRecordError());
+}
+
+}  // namespace
+}  // namespace velk::updater
