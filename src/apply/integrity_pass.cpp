@@ -152,6 +152,58 @@ void reportManifest(Logger& logger, const Manifest& manifest) {
     }
 }
 
+// What the integrity pass found: the entries to download, and how many of each kind.
+struct IntegrityReport {
+    std::vector<ManifestFile> filesToUpdate;
+    IntegrityCounts counts;
+
+    bool repairNeeded() const { return counts.missing > 0 || counts.corrupted > 0; }
+};
+
+// Checks every entry but the updaters' executables against the installation and deletes
+// wrong copies. Hashing runs ahead on several threads; reporting and deleting follow in
+// manifest order.
+IntegrityReport checkIntegrity(Logger& logger, const InstallationLayout& layout, const std::vector<ManifestFile>& files) {
+    logger.info("=== File Integrity Check ===");
+    logger.info("Checking file integrity to determine which files need updating");
+    IntegrityReport report;
+    const auto prechecked = precheckAll(layout, files);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const ManifestFile& file = files[i];
+        if (product::isUpdaterExecutable(file.name)) {
+            logger.info("Skipping self-update file (intentional): " + file.name);
+            continue;
+        }
+        const PrecomputedCheck pre = prechecked[i] ? *prechecked[i] : precheck(layout, file);
+        const FileStatus check = checkEntry(logger, layout.targetFile(file.target_path), file, pre, report.counts);
+        if (check.status.empty()) {
+            logger.debug("File " + file.name + " is already current - skipping download");
+        } else {
+            logger.debug("File " + file.name + " needs updating (" + check.status + ")");
+            report.filesToUpdate.push_back(file);
+        }
+    }
+    logger.info("=== FILE STATUS SUMMARY ===");
+    logger.info("Files already current: " + std::to_string(report.counts.current));
+    logger.info("Files needing update: " + std::to_string(report.filesToUpdate.size()));
+    logger.info("Missing files: " + std::to_string(report.counts.missing));
+    logger.info("Corrupted files: " + std::to_string(report.counts.corrupted));
+    return report;
+}
+
+// A newer release whose files are all in place already: only the record changes.
+void recordVersionOnly(Logger& logger, const Manifest& manifest) {
+    logger.info("Update available - proceeding with update from current version to " + manifest.version);
+    logger.info("No files need updating - all files are already current");
+    logger.info("Updating version information in registry (metadata-only update)");
+    if (setInstalledVersion(manifest.version, manifest.build_number)) {
+        logger.info("Registry updated with new version: " + manifest.version + " (build " + manifest.build_number +
+                    ")");
+    } else {
+        logger.warning("Failed to update registry with new version");
+    }
+}
+
 }  // namespace
 
 bool UpdateClient::processManifest(const std::string& manifestJson) {
@@ -165,61 +217,25 @@ bool UpdateClient::processManifest(const std::string& manifestJson) {
     Manifest& manifest = *verification.manifest;
     reportManifest(logger, manifest);
     const bool versionUpdateAvailable = manifestVerifier.analyzeVersionComparison();
+    IntegrityReport report = checkIntegrity(logger, layout, manifest.files);
 
-    logger.info("=== File Integrity Check ===");
-    logger.info("Checking file integrity to determine which files need updating");
-    std::vector<ManifestFile> filesToUpdate;
-    IntegrityCounts counts;
-    // Hashing runs ahead on several threads; reporting and deleting follow in manifest order.
-    const auto prechecked = precheckAll(layout, manifest.files);
-    for (std::size_t i = 0; i < manifest.files.size(); ++i) {
-        const ManifestFile& file = manifest.files[i];
-        if (product::isUpdaterExecutable(file.name)) {
-            logger.info("Skipping self-update file (intentional): " + file.name);
-            continue;
-        }
-        const PrecomputedCheck pre = prechecked[i] ? *prechecked[i] : precheck(layout, file);
-        const FileStatus check = checkEntry(logger, layout.targetFile(file.target_path), file, pre, counts);
-        if (check.status.empty()) {
-            logger.debug("File " + file.name + " is already current - skipping download");
-        } else {
-            logger.debug("File " + file.name + " needs updating (" + check.status + ")");
-            filesToUpdate.push_back(file);
-        }
-    }
-
-    const bool repairNeeded = counts.missing > 0 || counts.corrupted > 0;
-    logger.info("=== FILE STATUS SUMMARY ===");
-    logger.info("Files already current: " + std::to_string(counts.current));
-    logger.info("Files needing update: " + std::to_string(filesToUpdate.size()));
-    logger.info("Missing files: " + std::to_string(counts.missing));
-    logger.info("Corrupted files: " + std::to_string(counts.corrupted));
-
-    if (!versionUpdateAvailable && !repairNeeded) {
+    if (!versionUpdateAvailable && !report.repairNeeded()) {
         logger.info("No update required - already at latest version (" + manifest.version +
                     ") with all files current");
         return true;
     }
-    if (!repairNeeded) {
-        logger.info("Update available - proceeding with update from current version to " + manifest.version);
-        logger.info("No files need updating - all files are already current");
-        logger.info("Updating version information in registry (metadata-only update)");
-        if (setInstalledVersion(manifest.version, manifest.build_number)) {
-            logger.info("Registry updated with new version: " + manifest.version + " (build " +
-                        manifest.build_number + ")");
-        } else {
-            logger.warning("Failed to update registry with new version");
-        }
+    if (!report.repairNeeded()) {
+        recordVersionOnly(logger, manifest);
         return true;
     }
 
     logger.info("=== UPDATE REQUIRED ===");
     logger.info(versionUpdateAvailable ? "Version update available AND file repair needed"
                                        : "File repair needed despite same version");
-    logger.info("Will download " + std::to_string(filesToUpdate.size()) + " files (" +
-                std::to_string(counts.current) + " already current, skipped)");
+    logger.info("Will download " + std::to_string(report.filesToUpdate.size()) + " files (" +
+                std::to_string(report.counts.current) + " already current, skipped)");
     logger.info("Update available - proceeding with update from current version to " + manifest.version);
-    manifest.files = std::move(filesToUpdate);
+    manifest.files = std::move(report.filesToUpdate);
     return performUpdate(std::move(manifest));
 }
 

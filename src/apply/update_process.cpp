@@ -16,6 +16,48 @@ namespace fs = std::filesystem;
 
 std::string yesNo(bool value) { return value ? "YES" : "NO"; }
 
+// The installed version checked once more against the target, right before files change.
+bool targetVersionAllowed(Logger& logger, const std::string& targetVersion, bool allowDowngrades) {
+    logger.info("Validating version compatibility...");
+    const ValidationResult validation = validateVersion(getInstalledVersion(), targetVersion, allowDowngrades);
+    if (!validation.valid) {
+        logger.error("Version validation failed: " + validation.message);
+        logger.error("Current configuration allows downgrades: " + yesNo(allowDowngrades));
+        logger.warning("Use --force flag to override version compatibility checks if needed");
+        return false;
+    }
+    logger.info("Version validation successful: " + validation.message);
+    return true;
+}
+
+// Reports every file of phase 1; true when none failed.
+bool allUpdated(Logger& logger, const std::vector<FileUpdateResult>& results) {
+    int succeeded = 0;
+    int failed = 0;
+    for (const auto& result : results) {
+        if (result.success) {
+            ++succeeded;
+            logger.info("[OK] Updated: " + result.filePath);
+        } else {
+            ++failed;
+            logger.error("[FAILED] Failed: " + result.filePath + " - " + result.errorMessage);
+        }
+    }
+    logger.info("Update results: " + std::to_string(succeeded) + " successful, " + std::to_string(failed) + " failed");
+    if (failed == 0) return true;
+    logger.error("Update failed due to file update failures");
+    return false;
+}
+
+void recordNewVersion(Logger& logger, const Manifest& manifest) {
+    if (setInstalledVersion(manifest.version, manifest.build_number)) {
+        logger.info("Updated registry with new version: " + manifest.version +
+                    (manifest.build_number.empty() ? "" : " (build " + manifest.build_number + ")"));
+    } else {
+        logger.warning("Failed to update registry with new version information");
+    }
+}
+
 }  // namespace
 
 bool UpdateClient::performUpdate(Manifest manifest) {
@@ -31,16 +73,7 @@ bool UpdateClient::performUpdate(Manifest manifest) {
         logger.warning("FileUpdater temp cleanup had issues, but continuing with update");
     }
 
-    logger.info("Validating version compatibility...");
-    const bool allowDowngrades = manifestVerifier.config().allowDowngrades;
-    const ValidationResult validation = validateVersion(getInstalledVersion(), manifest.version, allowDowngrades);
-    if (!validation.valid) {
-        logger.error("Version validation failed: " + validation.message);
-        logger.error("Current configuration allows downgrades: " + yesNo(allowDowngrades));
-        logger.warning("Use --force flag to override version compatibility checks if needed");
-        return false;
-    }
-    logger.info("Version validation successful: " + validation.message);
+    if (!targetVersionAllowed(logger, manifest.version, manifestVerifier.config().allowDowngrades)) return false;
     executeUpdateSequence(manifest, true);
 
     // Phase 1 takes the ordinary files in the manifest itself; phase 2 the updaters' libraries.
@@ -53,38 +86,19 @@ bool UpdateClient::performUpdate(Manifest manifest) {
     manifest.files = std::move(regularFiles);
 
     if (!manifest.files.empty()) {
-        logger.info("=== Phase 1: Updating VELK components (" + std::to_string(manifest.files.size()) + " files) ===");
-        const auto results = fileUpdater.updateFiles(manifest, printProgress);
-        int succeeded = 0;
-        int failed = 0;
-        for (const auto& result : results) {
-            if (result.success) {
-                ++succeeded;
-                logger.info("[OK] Updated: " + result.filePath);
-            } else {
-                ++failed;
-                logger.error("[FAILED] Failed: " + result.filePath + " - " + result.errorMessage);
-            }
-        }
-        logger.info("Update results: " + std::to_string(succeeded) + " successful, " + std::to_string(failed) + " failed");
-        if (failed > 0) {
-            logger.error("Update failed due to file update failures");
-            return false;
-        }
+        logger.info("=== Phase 1: Updating VELK components (" + std::to_string(manifest.files.size()) +
+                    " files) ===");
+        if (!allUpdated(logger, fileUpdater.updateFiles(manifest, printProgress))) return false;
     }
 
     executeUpdateSequence(manifest, false);
     cleanupBackupFiles();
     // The registry changes only once every file of phase 1 is in place.
-    if (setInstalledVersion(manifest.version, manifest.build_number)) {
-        logger.info("Updated registry with new version: " + manifest.version +
-                    (manifest.build_number.empty() ? "" : " (build " + manifest.build_number + ")"));
-    } else {
-        logger.warning("Failed to update registry with new version information");
-    }
+    recordNewVersion(logger, manifest);
 
     if (!selfUpdateFiles.empty()) {
-        logger.info("=== Phase 2: Preparing self-update bootstrap (" + std::to_string(selfUpdateFiles.size()) + " files) ===");
+        logger.info("=== Phase 2: Preparing self-update bootstrap (" + std::to_string(selfUpdateFiles.size()) +
+                    " files) ===");
         logger.info("Self-update files cannot be replaced while running - using bootstrap approach");
         for (const auto& file : selfUpdateFiles) downloadSelfUpdateFile(file);
     }

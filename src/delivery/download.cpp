@@ -130,37 +130,54 @@ std::string Downloader::keptDigestOf(const std::string& path) const {
 }
 
 Delivery Downloader::download(const ManifestFile& file) {
-    const std::string tempPath = layout_.downloadFile(file.name);
     const auto start = std::chrono::steady_clock::now();
-    logDownloadStart(logger_, file, tempPath);
-
-    keptDigest_.reset();
     Delivery result;
-    result.path = tempPath;
-    if (config_.baseUrls.empty()) {
-        platform::Sha256 digest;
-        const HttpResponse response = fetchFile(http_, layout_, file.url, tempPath, file.size, &digest);
-        if (isSuccessStatus(response.statusCode) && fs::exists(tempPath)) {
-            result.success = true;
-            result.bytesDownloaded = response.bytesDownloaded;
-            keepDigest(tempPath, digest.finish());
-        } else {
-            result.errorMessage = "Direct download failed: " + response.error;
-        }
-        return result;
-    }
+    result.path = layout_.downloadFile(file.name);
+    logDownloadStart(logger_, file, result.path);
+    keptDigest_.reset();
+    if (config_.baseUrls.empty()) return downloadDirect(file, std::move(result));
 
+    std::optional<platform::Sha256Digest> digest;
+    const std::string url = fetchFirstAnswer(file, start, result, digest);
+    if (url.empty()) return result;
+    logger_.info("Download succeeded from: " + url);
+    result.success = true;
+    // Only the lower-case suffix names an archive, as the candidates are formed.
+    if (url.ends_with(kArchiveSuffix)) {
+        // The digest of the archive says nothing about the file taken out of it.
+        extractArchive(file, result.path, result, logger_);
+        if (!result.success) return result;
+    } else {
+        keepDigest(result.path, digest);
+    }
+    checkSize(file, result, logger_);
+    return result;
+}
+
+Delivery Downloader::downloadDirect(const ManifestFile& file, Delivery result) {
+    platform::Sha256 digest;
+    const HttpResponse response = fetchFile(http_, layout_, file.url, result.path, file.size, &digest);
+    if (isSuccessStatus(response.statusCode) && fs::exists(result.path)) {
+        result.success = true;
+        result.bytesDownloaded = response.bytesDownloaded;
+        keepDigest(result.path, digest.finish());
+    } else {
+        result.errorMessage = "Direct download failed: " + response.error;
+    }
+    return result;
+}
+
+std::string Downloader::fetchFirstAnswer(const ManifestFile& file, std::chrono::steady_clock::time_point start,
+                                         Delivery& result, std::optional<platform::Sha256Digest>& plainDigest) {
     UrlCandidateGenerator candidates(config_.baseUrls, config_.tryArchiveFirst);
     candidates.reset(file.url, file.name);
     std::string url;
-    std::string succeededUrl;
     bool isArchive = false;
-    std::optional<platform::Sha256Digest> plainDigest;
-    while (succeededUrl.empty() && candidates.next(url, isArchive)) {
+    while (candidates.next(url, isArchive)) {
         // A fresh digest per attempt: every attempt rewrites the file from its start.
         platform::Sha256 digest;
-        const HttpResponse response =
-            fetchFile(http_, layout_, url, tempPath, isArchive ? archiveSizeLimit(file.size) : file.size, &digest);
+        const std::uint64_t limit = isArchive ? archiveSizeLimit(file.size) : file.size;
+        const HttpResponse response = fetchFile(http_, layout_, url, result.path, limit, &digest);
         if (!isSuccessStatus(response.statusCode)) {
             logger_.warning("Download attempt failed: " + url + " => " + response.error + " (" +
                             std::to_string(response.statusCode) + ")");
@@ -168,32 +185,17 @@ Delivery Downloader::download(const ManifestFile& file) {
         }
         result.downloadTimeMs = millisecondsSince(start);
         result.bytesDownloaded = response.bytesDownloaded;
-        if (!fs::exists(tempPath)) {
-            logger_.error("Downloaded file missing after success: " + tempPath);
+        if (!fs::exists(result.path)) {
+            logger_.error("Downloaded file missing after success: " + result.path);
             continue;
         }
-        succeededUrl = url;
         plainDigest = digest.finish();
+        return url;
     }
-    if (succeededUrl.empty()) {
-        std::error_code ignored;
-        fs::remove(tempPath, ignored);  // the last error page or cut-off body
-        result.errorMessage = attemptsText(candidates.attemptedUrls());
-        return result;
-    }
-
-    logger_.info("Download succeeded from: " + succeededUrl);
-    result.success = true;
-    // Only the lower-case suffix names an archive, as the candidates are formed.
-    if (succeededUrl.ends_with(kArchiveSuffix)) {
-        // The digest of the archive says nothing about the file taken out of it.
-        extractArchive(file, tempPath, result, logger_);
-        if (!result.success) return result;
-    } else {
-        keepDigest(tempPath, plainDigest);
-    }
-    checkSize(file, result, logger_);
-    return result;
+    std::error_code ignored;
+    fs::remove(result.path, ignored);  // the last error page or cut-off body
+    result.errorMessage = attemptsText(candidates.attemptedUrls());
+    return {};
 }
 
 }  // namespace velk::updater

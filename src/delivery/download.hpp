@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -63,6 +64,12 @@ private:
         std::string sha256;
     };
 
+    // The entry's own URL, when there is no base to try.
+    Delivery downloadDirect(const ManifestFile& file, Delivery result);
+    // Tries the candidates in order into `result.path`; the URL that answered, with the
+    // digest of what it wrote, or empty (the attempts in `result`) when none did.
+    std::string fetchFirstAnswer(const ManifestFile& file, std::chrono::steady_clock::time_point start,
+                                 Delivery& result, std::optional<platform::Sha256Digest>& plainDigest);
     void keepDigest(const std::string& path, const std::optional<platform::Sha256Digest>& digest);
 
     DeliveryConfig config_;
