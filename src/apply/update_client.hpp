@@ -42,12 +42,14 @@ public:
     // Registers the product's service and installs its driver package where missing.
     bool installServices();
 
+    // Empties and removes the backup folder.
     void cleanupBackupFiles();
-    void cleanupStagingFiles();
-    void cleanupTempFiles();
+    // Removes leftover staging copies and downloads, then stops the file updater.
     void finalCleanup();
 
 private:
+    void cleanupStagingFiles();
+    void cleanupTempFiles();
     // Runs a decided update; the manifest lists only the files that need a download.
     bool performUpdate(Manifest manifest);
     // Manifests carry no update steps, so a sequence is its headline alone.

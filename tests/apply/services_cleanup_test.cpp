@@ -1,4 +1,3 @@
-#include <functional>
 
 #include "client_fixture.hpp"
 
@@ -72,21 +71,21 @@ TEST_F(ServicesTest, UnreadableRegistryMeansNoServiceManager) {
 
 class CleanupTest : public ClientTest {};
 
-// Leftovers are recognised by name only; a folder of that name is left alone.
+// Leftovers are recognised by name only; a folder of that name is left alone. The final
+// clean-up sweeps staging copies in the installation and downloads in the download folder.
 TEST_F(CleanupTest, LeftoversByName) {
     struct Row {
         fs::path folder;
-        std::function<void(UpdateClient&)> clean;
         std::vector<std::string> gone;
         std::vector<std::string> kept;
         std::string done;
     };
     const std::vector<Row> rows = {
-        {installDir(), [](UpdateClient& c) { c.cleanupStagingFiles(); },
+        {installDir(),
          {"VELK.dll.staging", "my-velk-file.staging", "libcurl.dll.staging"},
          {"notes.staging", "VELK.dll.STAGING", "VELK.staging/"},
          "[INFO] Cleaned up 3 leftover staging files"},
-        {tmp_.path(), [](UpdateClient& c) { c.cleanupTempFiles(); },
+        {tmp_.path(),
          {"VELKsetup.tmp", "zlib1.dll.tmp"},
          {"oldVELK.tmp", "velk_x.tmp", "other.tmp", "VELKdir.tmp/"},
          "[INFO] Cleaned up 2 leftover temporary files"},
@@ -101,13 +100,17 @@ TEST_F(CleanupTest, LeftoversByName) {
                 }
             }
         }
-        row.clean(client());
+    }
+    client().finalCleanup();
+    for (const Row& row : rows) {
         for (const auto& name : row.gone) EXPECT_FALSE(fs::exists(row.folder / name)) << name;
         for (const auto& name : row.kept) EXPECT_TRUE(fs::exists(row.folder / name)) << name;
-        EXPECT_EQ(log_.lines().back(), row.done);
+        EXPECT_TRUE(log_.contains(row.done)) << row.done;
     }
-    client().cleanupTempFiles();
-    EXPECT_EQ(log_.lines().back(), "[DEBUG] No leftover VELK temporary files found");
+    log_.clear();
+    client().finalCleanup();
+    EXPECT_TRUE(log_.contains("[DEBUG] No leftover staging files found"));
+    EXPECT_TRUE(log_.contains("[DEBUG] No leftover VELK temporary files found"));
 }
 
 TEST_F(CleanupTest, BackupDirectoryIsEmptiedAndRemovedUnlessItHoldsAFolder) {
