@@ -1,4 +1,3 @@
-
 #include "client_fixture.hpp"
 
 namespace velk::updater {
