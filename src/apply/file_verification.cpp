@@ -57,7 +57,8 @@ bool FileUpdater::verifyFileIntegrity(const std::string& path, const std::string
     try {
         ManifestFile expected;
         expected.sha256 = expectedSha256;
-        const FileCheck check = checkFile(path, expected, DigestCase::IgnoreCase, false, impl_->downloader.keptDigestOf(path));
+        const std::string known = impl_->downloader.keptDigestOf(path);
+        const FileCheck check = checkFile(path, expected, DigestCase::IgnoreCase, false, known);
         if (check.state == FileState::Missing) {
             logger.error("File does not exist for verification: " + path);
             return false;

@@ -71,7 +71,7 @@ ValidationResult validateInstallation(const InstallationLayout& layout) {
 
     ValidationResult result;
     for (const char* name : product::kRequiredFiles) {
-        if (!fs::exists(directory / name)) result.missingItems.emplace_back(name);
+        if (!fs::exists(layout.productFile(name))) result.missingItems.emplace_back(name);
     }
     if (!result.missingItems.empty()) {
         result.message = "Missing required VELK files in " + installDirectory + ": " +
