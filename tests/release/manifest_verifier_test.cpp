@@ -350,6 +350,8 @@ TEST_F(VerifierTest, UnsignedChecksAndVersionGates) {
               "Invalid manifest structure: Signature algorithm is empty", "[INFO] Manifest parsed successfully, version: 2.1.0"},
              {"below the minimum", "1.2.9", true, document("1.3.0", "1", "1.2.10").dump(), gate,
               "[ERROR] Current version 1.2.9 below minimum required 1.2.10"},
+             {"minimum exactly met", "1.2.10", true, document("1.3.0", "1", "1.2.10").dump(), "",
+              "[INFO] Manifest verification completed successfully"},
              {"minimum met", "10.0.0", false, document("10.0.1", "1", "9.0.0").dump(), "",
               "[INFO] Manifest verification completed successfully"},
              {"downgrade refused", "10.0.0", false, document("9.0.0").dump(), gate,
