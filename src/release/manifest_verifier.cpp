@@ -16,6 +16,45 @@ bool keyPinned(const ManifestVerifierConfig& config) {
     return !config.publicKeys.empty() || !config.rsaPublicKey.empty();
 }
 
+// Which pinned key made a signature over the signed text ("<algorithm>:<key>"), or why none did.
+struct SignatureCheck {
+    std::string signer;
+    std::string problem;
+};
+
+SignatureCheck refused(std::string problem) { return {"", std::move(problem)}; }
+
+SignatureCheck checkSignature(const ManifestVerifierConfig& config, const std::string& text,
+                              const ManifestSignature& signature) {
+    if (signature.algorithm.empty()) return refused("Signature algorithm not specified");
+    if (signature.signature.empty()) return refused("Signature not present");
+
+    std::vector<std::string> candidates;
+    if (signature.algorithm == "RSA-SHA256") {
+        // The manifest names its key only so that a mismatch can be reported; trust comes
+        // from the pinned key, and the signature is checked with that one.
+        if (config.rsaPublicKey.empty()) return refused("RSA public key not configured");
+        if (signature.public_key != config.rsaPublicKey) {
+            return refused("RSA public key in manifest is not the pinned release key");
+        }
+        candidates.push_back(config.rsaPublicKey);
+    } else if (signature.algorithm == "Ed25519") {
+        candidates = config.publicKeys;
+        if (candidates.empty()) return refused("Ed25519 public key not configured");
+    } else {
+        return refused("Unsupported signature algorithm: " + signature.algorithm);
+    }
+
+    // Whichever pinned key the signature was made with; the key it names decides nothing.
+    std::string error;
+    for (const std::string& key : candidates) {
+        const CryptoResult verified = CryptoUtils::verifySignature(text, signature.signature, key, signature.algorithm);
+        if (verified.success) return {signature.algorithm + ":" + key, ""};
+        error = verified.error;
+    }
+    return refused("Signature verification failed: " + error);
+}
+
 // The signatures to count: all of them when several keys signed, else the one.
 std::vector<ManifestSignature> signaturesOf(const Manifest& manifest) {
     if (manifest.signatures.empty()) return {manifest.signature};
@@ -86,54 +125,27 @@ bool ManifestVerifier::verifyManifestSignature(const Manifest& manifest) const {
     }
     const std::string text = signedManifestText(manifest);
     std::set<std::string> signers;  // pinned keys with a valid signature; one key counts once
+    std::vector<std::string> problems;
     for (const ManifestSignature& signature : signaturesOf(manifest)) {
-        if (const std::optional<std::string> key = pinnedSigner(text, signature)) signers.insert(*key);
+        const SignatureCheck check = checkSignature(impl_->config, text, signature);
+        if (check.signer.empty()) {
+            problems.push_back(check.problem);
+        } else if (signers.insert(check.signer).second) {
+            logger.info("Signature verified successfully using " + signature.algorithm);
+        }
     }
     const std::uint32_t threshold = std::max<std::uint32_t>(1, impl_->config.threshold);
-    if (signers.size() >= threshold) return true;
+    if (signers.size() >= threshold) {
+        // Enough pinned keys signed: a signature by another key (a rotated one) is no fault.
+        for (const auto& problem : problems) logger.debug("Ignored a signature: " + problem);
+        return true;
+    }
+    for (const auto& problem : problems) logger.error(problem);
     if (threshold > 1) {
         logger.error("Signed by " + std::to_string(signers.size()) + " of the pinned release keys, " +
                      std::to_string(threshold) + " required");
     }
     return false;
-}
-
-std::optional<std::string> ManifestVerifier::pinnedSigner(const std::string& text,
-                                                          const ManifestSignature& signature) const {
-    Logger& logger = impl_->logger;
-    auto fail = [&](const std::string& message) -> std::optional<std::string> {
-        logger.error(message);
-        return std::nullopt;
-    };
-    if (signature.algorithm.empty()) return fail("Signature algorithm not specified");
-    if (signature.signature.empty()) return fail("Signature not present");
-
-    std::vector<std::string> candidates;
-    if (signature.algorithm == "RSA-SHA256") {
-        // The manifest names its key only so that a mismatch can be reported; trust comes
-        // from the pinned key, and the signature is checked with that one.
-        const std::string& key = impl_->config.rsaPublicKey;
-        if (key.empty()) return fail("RSA public key not configured");
-        if (signature.public_key != key) return fail("RSA public key in manifest is not the pinned release key");
-        candidates.push_back(key);
-    } else if (signature.algorithm == "Ed25519") {
-        candidates = impl_->config.publicKeys;
-        if (candidates.empty()) return fail("Ed25519 public key not configured");
-    } else {
-        return fail("Unsupported signature algorithm: " + signature.algorithm);
-    }
-
-    // Whichever pinned key the signature was made with; the key it names decides nothing.
-    std::string error;
-    for (const std::string& key : candidates) {
-        const CryptoResult verified = CryptoUtils::verifySignature(text, signature.signature, key, signature.algorithm);
-        if (verified.success) {
-            logger.info("Signature verified successfully using " + signature.algorithm);
-            return signature.algorithm + ":" + key;
-        }
-        error = verified.error;
-    }
-    return fail("Signature verification failed: " + error);
 }
 
 bool ManifestVerifier::checkVersionCompatibility(const Manifest& manifest) const {

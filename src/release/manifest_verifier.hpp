@@ -72,9 +72,6 @@ public:
     std::string rolloutHold() const;
 
 private:
-    // The pinned key that made this signature over `text`, or nothing (with the reason logged).
-    std::optional<std::string> pinnedSigner(const std::string& text, const ManifestSignature& signature) const;
-
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };

@@ -98,7 +98,7 @@ TEST(StagedRollout, CohortsAreDrawnOnceKeptAndSplitTheFleet) {
         EXPECT_EQ(getRolloutCohort(), cohort);
         const bool atQuarter = inRollout(cohort, 25);
         inAtQuarter += atQuarter ? 1 : 0;
-        if (atQuarter) EXPECT_TRUE(inRollout(cohort, 50)) << cohort;
+        EXPECT_TRUE(!atQuarter || inRollout(cohort, 50)) << cohort;
         EXPECT_FALSE(inRollout(cohort, 0));
         EXPECT_TRUE(inRollout(cohort, 100));
     }
