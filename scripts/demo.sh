@@ -4,7 +4,8 @@
 # files downloaded, verified and installed, the version recorded, the log written.
 # The updater is the demo vendor's own build, with the demo's release key pinned
 # (build-demo/); it then refuses a copy of the manifest that an attacker on the update
-# site has tampered with. Running it again finds the installation current.
+# site has tampered with, and a signed manifest replayed after its expiry. Running it again
+# finds the installation current.
 #   DEMO_DIR  where the sandbox lives (default: demo/ in the checkout)
 set -euo pipefail
 
@@ -46,6 +47,9 @@ genuine="$(sha256sum "$demo/release/VELK.dll" | cut -d' ' -f1)"
 evil="$(sha256sum "$demo/site/files/evil/VELK.dll" | cut -d' ' -f1)"
 sed -e "s/$genuine/$evil/" -e 's|"files/VELK.dll"|"files/evil/VELK.dll"|' \
     "$demo/site/manifest.json" > "$demo/site/manifest-tampered.json"
+# A mirror that keeps serving a signed manifest after its expiry (channel "expired").
+./build/velk_publish --release "$demo/release" --out "$demo/site" --version 1.2.0 --build 120 \
+    --channel expired --expires-in -1 --sign-ed25519 "$key_file" > /dev/null
 
 ./build/velk_update_server --root "$demo/site" --port "$port" --log "$demo/requests.log" > "$demo/server.out" &
 server=$!
@@ -67,6 +71,11 @@ if grep -q backdoor "$demo/install/VELK.dll"; then
     echo "== The tampered VELK.dll was installed"
     status=1
 fi
+
+echo
+echo "== The expired manifest (channel \"expired\"):"
+VELK_SYSTEM_ROOT="$demo/root" "${elevate[@]}" "$updater" --channel expired > "$demo/expired.out" 2>&1 || true
+grep -E 'Manifest verification failed' "$log" | tail -n 1 | sed 's/^.*\] \[\] /   /'
 
 echo
 echo "== VELK_Updater exited with $status"

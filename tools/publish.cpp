@@ -1,18 +1,15 @@
 // velk_publish: turns a release directory into a published release that the updater can
 // read: <out>/manifest.json (or manifest-<channel>.json), the files under <out>/files/,
-// and optionally a zip archive beside each file.
-//
-//   velk_publish --release DIR --out DIR --version V [--build N] [--commit C]
-//                [--channel NAME] [--minimum-version V] [--url-base URL] [--zip] [--backup]
-//                [--sign-ed25519 KEYFILE | --sign-rsa KEY.pem]
-//   velk_publish [--sign-ed25519 KEYFILE | --sign-rsa KEY.pem] --print-public-key
+// and optionally a zip archive beside each file. `velk_publish --help` lists the options.
 //
 // Entries get the file's name, its size and SHA-256, its path below the release directory
 // as target path, and the URL "files/<path>" (absolute when --url-base is given). The
-// manifest is always signed: with the Ed25519 seed in KEYFILE (32 bytes, base64; default
-// velk_release_ed25519.key in the working directory, made on first use and kept, so every
-// release is signed by the key the updater pins), or with an RSA private key in PEM form.
-// The public key to pin (VELK_RELEASE_PUBLIC_KEY or VELK_RELEASE_RSA_PUBLIC_KEY) is printed.
+// manifest carries its channel, an expiry and a rollout share, and is always signed over
+// the product's signed text: with the Ed25519 seed in each KEYFILE (32 bytes, base64;
+// default velk_release_ed25519.key in the working directory, made on first use and kept, so
+// every release is signed by the key the updater pins), or with an RSA private key in PEM
+// form. The public keys to pin (VELK_RELEASE_PUBLIC_KEY or VELK_RELEASE_RSA_PUBLIC_KEY) are
+// printed.
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -28,6 +25,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
@@ -52,10 +50,37 @@ struct Options {
     std::string urlBase;
     bool zip = false;
     bool backup = false;
-    std::string ed25519SeedFile = "velk_release_ed25519.key";
+    std::vector<std::string> ed25519SeedFiles;  // none given: the default key file
     std::string rsaKeyFile;
+    int rollout = 100;
+    bool rolloutGiven = false;
+    long expiresInDays = 30;
+    fs::path resign;  // a published site whose manifest is signed again
     bool printPublicKey = false;
+    bool help = false;
 };
+
+constexpr const char* kDefaultSeedFile = "velk_release_ed25519.key";
+
+constexpr const char* kUsage =
+    "usage: velk_publish --release DIR --out DIR --version V [--build N] [--commit C]\n"
+    "                    [--channel NAME] [--minimum-version V] [--url-base URL] [--zip] [--backup]\n"
+    "                    [--rollout PERCENT] [--expires-in DAYS]\n"
+    "                    [--sign-ed25519 KEYFILE]... | [--sign-rsa KEY.pem]\n"
+    "       velk_publish --resign SITE [--channel NAME] [--expires-in DAYS] [--rollout PERCENT]\n"
+    "                    [--sign-ed25519 KEYFILE]... | [--sign-rsa KEY.pem]\n"
+    "       velk_publish [--sign-ed25519 KEYFILE]... | [--sign-rsa KEY.pem] --print-public-key\n"
+    "\n"
+    "  --rollout PERCENT    share of installations that take the release, 0-100 (default 100);\n"
+    "                       0 halts a release where it is, raising it keeps those already in\n"
+    "  --expires-in DAYS    the signed manifest expires after DAYS days (default 30); pinned\n"
+    "                       updaters refuse it afterwards, so re-sign before then\n"
+    "  --resign SITE        sign SITE's manifest again with a new expiry (and share, if given),\n"
+    "                       without touching its files\n"
+    "  --sign-ed25519 FILE  an Ed25519 seed file; repeat it to sign with several keys\n"
+    "                       (default velk_release_ed25519.key, made on first use)\n"
+    "  --sign-rsa KEY.pem   sign with an RSA key instead\n"
+    "  -h, --help           this text\n";
 
 struct Entry {
     std::string name;
@@ -66,6 +91,20 @@ struct Entry {
 
 [[noreturn]] void fail(const std::string& message) { throw std::runtime_error(message); }
 
+int wholeNumber(const std::string& text, long low, long high, const std::string& option) {
+    std::size_t used = 0;
+    long value = 0;
+    try {
+        value = std::stol(text, &used);
+    } catch (const std::exception&) {
+        used = 0;
+    }
+    if (used == 0 || used != text.size() || value < low || value > high) {
+        fail(option + " takes a whole number from " + std::to_string(low) + " to " + std::to_string(high));
+    }
+    return static_cast<int>(value);
+}
+
 bool parseArgs(int argc, char* argv[], Options& o) {
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
@@ -73,7 +112,8 @@ bool parseArgs(int argc, char* argv[], Options& o) {
             if (i + 1 >= argc) fail("missing value for " + arg);
             return argv[++i];
         };
-        if (arg == "--release") o.release = value();
+        if (arg == "--help" || arg == "-h") o.help = true;
+        else if (arg == "--release") o.release = value();
         else if (arg == "--out") o.out = value();
         else if (arg == "--version") o.version = value();
         else if (arg == "--build") o.build = value();
@@ -81,14 +121,21 @@ bool parseArgs(int argc, char* argv[], Options& o) {
         else if (arg == "--channel") o.channel = value();
         else if (arg == "--minimum-version") o.minimumVersion = value();
         else if (arg == "--url-base") o.urlBase = value();
-        else if (arg == "--sign-ed25519") o.ed25519SeedFile = value();
+        else if (arg == "--sign-ed25519") o.ed25519SeedFiles.push_back(value());
+        else if (arg == "--rollout") {
+            o.rollout = wholeNumber(value(), 0, 100, "--rollout");
+            o.rolloutGiven = true;
+        } else if (arg == "--expires-in") o.expiresInDays = wholeNumber(value(), -36500, 36500, "--expires-in");
+        else if (arg == "--resign") o.resign = value();
         else if (arg == "--sign-rsa") o.rsaKeyFile = value();
         else if (arg == "--zip") o.zip = true;
         else if (arg == "--backup") o.backup = true;
         else if (arg == "--print-public-key") o.printPublicKey = true;
         else return false;
     }
-    return o.printPublicKey || (!o.release.empty() && !o.out.empty() && !o.version.empty());
+    if (o.ed25519SeedFiles.empty()) o.ed25519SeedFiles.push_back(kDefaultSeedFile);
+    if (o.channel.empty()) o.channel = "stable";  // as the updater asks for it
+    return o.help || o.printPublicKey || !o.resign.empty() || (!o.release.empty() && !o.out.empty() && !o.version.empty());
 }
 
 std::string toHex(const unsigned char* bytes, std::size_t length) {
@@ -231,23 +278,58 @@ Signed signRsa(const std::string& message, const std::string& keyFile) {
     return {"RSA-SHA256", base64(publicKey), base64(signature)};
 }
 
-std::string isoNow() {
-    const std::time_t now = std::time(nullptr);
+std::string isoTime(std::time_t when) {
     std::tm utc{};
-    gmtime_r(&now, &utc);
+    gmtime_r(&when, &utc);
     char text[32];
     std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
     return text;
 }
 
-Signed sign(const std::string& message, const Options& o) {
-    return o.rsaKeyFile.empty() ? signEd25519(message, o.ed25519SeedFile) : signRsa(message, o.rsaKeyFile);
+std::string isoNow() { return isoTime(std::time(nullptr)); }
+
+std::string expiryFrom(const Options& o) { return isoTime(std::time(nullptr) + o.expiresInDays * 24 * 3600); }
+
+// One signature per key: the RSA key, or every Ed25519 seed file given.
+std::vector<Signed> sign(const std::string& message, const Options& o) {
+    if (!o.rsaKeyFile.empty()) return {signRsa(message, o.rsaKeyFile)};
+    std::vector<Signed> signatures;
+    for (const auto& seedFile : o.ed25519SeedFiles) signatures.push_back(signEd25519(message, seedFile));
+    return signatures;
 }
 
-// The build setting that makes an updater trust this signature's key.
-std::string pinSetting(const Signed& sig) {
-    const char* name = sig.algorithm == "Ed25519" ? "VELK_RELEASE_PUBLIC_KEY" : "VELK_RELEASE_RSA_PUBLIC_KEY";
-    return std::string(name) + "=" + sig.publicKey;
+json signatureRecord(const Signed& sig) {
+    return {{"algorithm", sig.algorithm}, {"public_key", sig.publicKey}, {"signature", sig.signature},
+            {"timestamp", isoNow()}, {"signer", "velk_publish"}};
+}
+
+// The first signature where a single one is read, and all of them when several keys signed.
+void putSignatures(json& document, const std::vector<Signed>& signatures) {
+    document["signature"] = signatureRecord(signatures.front());
+    document.erase("signatures");
+    if (signatures.size() < 2) return;
+    json all = json::array();
+    for (const auto& sig : signatures) all.push_back(signatureRecord(sig));
+    document["signatures"] = all;
+}
+
+std::string manifestName(const Options& o) {
+    return o.channel == "stable" ? "manifest.json" : "manifest-" + o.channel + ".json";
+}
+
+// Through a sibling and a rename, so an update server never serves half a manifest.
+void writeManifest(const fs::path& target, const json& document) {
+    const fs::path sibling = target.string() + ".new";
+    std::ofstream(sibling) << document.dump(2) << "\n";
+    fs::rename(sibling, target);
+}
+
+void printPinSettings(const std::vector<Signed>& signatures) {
+    std::string keys;
+    for (const auto& sig : signatures) keys += (keys.empty() ? "" : ",") + sig.publicKey;
+    const char* name = signatures.front().algorithm == "Ed25519" ? "VELK_RELEASE_PUBLIC_KEY" : "VELK_RELEASE_RSA_PUBLIC_KEY";
+    std::cout << "Signed with " << signatures.size() << " " << signatures.front().algorithm
+              << " key(s); pin them in the updater's build: -D" << name << "=" << keys << "\n";
 }
 
 void publish(const Options& o) {
@@ -257,10 +339,14 @@ void publish(const Options& o) {
 
     json files = json::array();
     // The signature covers the product's own signed text of what is published.
+    const std::string expires = expiryFrom(o);
     velk::updater::Manifest release;
     release.version = o.version;
     release.build_number = o.build;
     release.git_commit = o.commit;
+    release.channel = o.channel;
+    release.expires = expires;
+    release.rollout_percentage = static_cast<std::uint32_t>(o.rollout);
     for (const auto& entry : entries) {
         const fs::path copy = o.out / "files" / entry.relative;
         fs::create_directories(copy.parent_path());
@@ -283,24 +369,41 @@ void publish(const Options& o) {
         release.files.push_back(file);
     }
 
-    const Signed sig = sign(velk::updater::signedManifestText(release), o);
+    const std::vector<Signed> signatures = sign(velk::updater::signedManifestText(release), o);
     json manifest = {{"version", o.version},          {"release_date", isoNow()},
                      {"build_number", o.build},       {"git_commit", o.commit},
                      {"channel", o.channel},          {"minimum_version", o.minimumVersion},
                      {"description", "VELK release " + o.version}, {"urgency", "normal"},
+                     {"expires", expires},            {"rollout_percentage", o.rollout},
                      {"files", files}};
-    json document = {{"manifest", manifest},
-                     {"signature", {{"algorithm", sig.algorithm}, {"public_key", sig.publicKey},
-                                    {"signature", sig.signature}, {"timestamp", isoNow()},
-                                    {"signer", "velk_publish"}}}};
+    json document = {{"manifest", manifest}};
+    putSignatures(document, signatures);
 
-    const std::string name = o.channel.empty() || o.channel == "stable" ? "manifest.json" : "manifest-" + o.channel + ".json";
-    const fs::path target = o.out / name;
-    const fs::path sibling = target.string() + ".new";
-    std::ofstream(sibling) << document.dump(2) << "\n";
-    fs::rename(sibling, target);
+    const fs::path target = o.out / manifestName(o);
+    writeManifest(target, document);
     std::cout << "Published " << entries.size() << " files of version " << o.version << " to " << target.string() << "\n";
-    std::cout << "Signed with " << sig.algorithm << "; pin it in the updater's build: -D" << pinSetting(sig) << "\n";
+    printPinSettings(signatures);
+}
+
+// Signs a published manifest again with a new expiry (and share, when given); its files and
+// entries stay as they are.
+void resign(const Options& o) {
+    const fs::path target = o.resign / manifestName(o);
+    std::ifstream in(target, std::ios::binary);
+    if (!in) fail("cannot read " + target.string());
+    json document = json::parse(std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()));
+    in.close();
+    if (!document.contains("manifest") || !document["manifest"].is_object()) fail("no manifest in " + target.string());
+    document["manifest"]["expires"] = expiryFrom(o);
+    if (o.rolloutGiven) document["manifest"]["rollout_percentage"] = o.rollout;
+    // The text is signed as the updater will read it.
+    const std::optional<velk::updater::Manifest> release = velk::updater::parseManifest(document.dump());
+    if (!release) fail("not a manifest the updater can read: " + target.string());
+    const std::vector<Signed> signatures = sign(velk::updater::signedManifestText(*release), o);
+    putSignatures(document, signatures);
+    writeManifest(target, document);
+    std::cout << "Signed " << target.string() << " again; it expires on " << release->expires << "\n";
+    printPinSettings(signatures);
 }
 
 }  // namespace
@@ -309,15 +412,20 @@ int main(int argc, char* argv[]) {
     Options options;
     try {
         if (!parseArgs(argc, argv, options)) {
-            std::cerr << "usage: velk_publish --release DIR --out DIR --version V [--build N] [--commit C]\n"
-                         "       [--channel NAME] [--minimum-version V] [--url-base URL] [--zip] [--backup]\n"
-                         "       [--sign-ed25519 KEYFILE | --sign-rsa KEY.pem]\n"
-                         "       velk_publish [--sign-ed25519 KEYFILE | --sign-rsa KEY.pem] --print-public-key\n";
+            std::cerr << kUsage;
             return 2;
+        }
+        if (options.help) {
+            std::cout << kUsage;
+            return 0;
         }
         if (sodium_init() < 0) fail("libsodium failed to start");
         if (options.printPublicKey) {
-            std::cout << sign("", options).publicKey << "\n";
+            for (const auto& sig : sign("", options)) std::cout << sig.publicKey << "\n";
+            return 0;
+        }
+        if (!options.resign.empty()) {
+            resign(options);
             return 0;
         }
         publish(options);

@@ -240,8 +240,9 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
     }
     logger.info("Cryptographic utilities initialized successfully");
 
-    UpdateClient client(makeHttpConfig(), makeFileUpdaterConfig(layout), makeVerifierConfig(config, version, build),
-                        makeSelfUpdaterConfig(layout), logger);
+    const ManifestVerifierConfig verifierConfig = makeVerifierConfig(config, version, build, rolloutCohort());
+    UpdateClient client(makeHttpConfig(), makeFileUpdaterConfig(layout), verifierConfig, makeSelfUpdaterConfig(layout),
+                        logger);
     if (!client.initialize()) {
         logger.error("Failed to initialize update client");
         std::cerr << "Failed to initialize update client\n";

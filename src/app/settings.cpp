@@ -3,8 +3,11 @@
 #include <map>
 
 #include "app/release_keys.hpp"
+#include "crypto/crypto_utils.hpp"
 #include "installation/installation.hpp"
 #include "installation/logging_settings.hpp"
+#include "installation/version_record.hpp"
+#include "release/version_decision.hpp"
 #include "platform/process.hpp"
 
 namespace velk::updater {
@@ -55,18 +58,30 @@ LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const InstallationLa
 }
 
 ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
-                                          const std::string& installedBuildNumber) {
+                                          const std::string& installedBuildNumber, std::uint32_t rolloutCohort) {
     const ReleaseKeys keys = pinnedReleaseKeys();
     ManifestVerifierConfig config;
-    config.publicKey = keys.ed25519PublicKey;
+    config.publicKeys = keys.ed25519PublicKeys;
     config.rsaPublicKey = keys.rsaPublicKey;
+    config.threshold = keys.threshold;
     config.currentVersion = installedVersion;
     config.currentBuildNumber = installedBuildNumber;
-    config.channel = options.channel;
+    // The channel as the manifest URL names it: empty is the stable channel.
+    config.channel = options.channel.empty() ? "stable" : options.channel;
     config.requireSignature = keys.pinned();
     config.allowDowngrades = !(options.disableDowngrades && !options.force);
     config.allowRollback = options.force;
+    config.rolloutCohort = rolloutCohort;
+    config.ignoreRollout = options.force;
     return config;
+}
+
+std::uint32_t rolloutCohort() {
+    if (const auto kept = getRolloutCohort(); kept && *kept < kRolloutCohorts) return *kept;
+    const std::uint32_t drawn = CryptoUtils::randomUniform(kRolloutCohorts);
+    // Without a product record to keep it in, the draw holds for this run only.
+    setRolloutCohort(drawn);
+    return drawn;
 }
 
 HttpConfig makeHttpConfig() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "app/options.hpp"
@@ -25,9 +26,14 @@ FileUpdaterConfig makeFileUpdaterConfig(const InstallationLayout& layout);
 LoggerConfig makeLoggerConfig(const UpdaterConfig& options, const InstallationLayout& layout);
 
 // The verifier settings of a run: downgrades are refused only when disabled and not forced;
-// the build's pinned release keys, and rollbacks allowed only when forced.
+// the build's pinned release keys and threshold; rollbacks allowed and the rollout share
+// ignored only when forced.
 ManifestVerifierConfig makeVerifierConfig(const UpdaterConfig& options, const std::string& installedVersion,
-                                          const std::string& installedBuildNumber);
+                                          const std::string& installedBuildNumber, std::uint32_t rolloutCohort);
+
+// This installation's rollout cohort: the one kept in the product record, else one drawn from
+// the system's secure random source and kept there. Needs CryptoUtils started.
+std::uint32_t rolloutCohort();
 
 HttpConfig makeHttpConfig();
 

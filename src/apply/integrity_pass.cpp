@@ -217,6 +217,12 @@ bool UpdateClient::processManifest(const std::string& manifestJson) {
     Manifest& manifest = *verification.manifest;
     reportManifest(logger, manifest);
     const bool versionUpdateAvailable = manifestVerifier.analyzeVersionComparison();
+    // A release held back for this installation changes nothing, not even the files.
+    const std::string held = manifestVerifier.rolloutHold();
+    if (!held.empty()) {
+        logger.info(held);
+        return true;
+    }
     IntegrityReport report = checkIntegrity(logger, layout, manifest.files);
 
     if (!versionUpdateAvailable && !report.repairNeeded()) {

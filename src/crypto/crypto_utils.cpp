@@ -107,6 +107,8 @@ CryptoResult CryptoUtils::fromBase64(const std::string& text) {
     return success(std::move(bytes));
 }
 
+std::uint32_t CryptoUtils::randomUniform(std::uint32_t upperBound) { return randombytes_uniform(upperBound); }
+
 CryptoResult CryptoUtils::verifySignature(const std::string& message, const std::string& signatureBase64,
                                           const std::string& publicKeyBase64, const std::string& algorithm) {
     if (algorithm == "Ed25519") return verifyEd25519Base64(message, signatureBase64, publicKeyBase64);

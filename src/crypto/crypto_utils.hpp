@@ -31,6 +31,9 @@ public:
     // Standard alphabet, padding required; decoding stops at the first other character.
     static CryptoResult fromBase64(const std::string& text);
 
+    // A number below `upperBound` (above 0), uniform, from the system's secure random source.
+    static std::uint32_t randomUniform(std::uint32_t upperBound);
+
     static CryptoResult verifySignature(const std::string& message, const std::string& signatureBase64,
                                         const std::string& publicKeyBase64, const std::string& algorithm);
     static CryptoResult verifyEd25519Base64(const std::string& message, const std::string& signatureBase64,

@@ -10,6 +10,8 @@ namespace {
 
 namespace reg = platform;
 
+constexpr const char* kRolloutCohortValue = "RolloutCohort";
+
 std::string trimTrailingNuls(std::string text) {
     while (!text.empty() && text.back() == '\0') text.pop_back();
     return text;
@@ -57,6 +59,24 @@ std::optional<std::string> productRecordError() {
     const long status = reg::getStringValue(kProductRegistryKey, "Version", nullptr, &size);
     if (!reg::isRegistryUnreadable(status)) return std::nullopt;
     return reg::describeRegistryError(status);
+}
+
+std::optional<std::uint32_t> getRolloutCohort() {
+    reg::RegistryKey key;
+    if (key.open(kProductRegistryKey, reg::RegistryAccess::Read) != reg::kErrorSuccess) return std::nullopt;
+    std::uint32_t value = 0;
+    std::uint32_t type = 0;
+    std::uint32_t size = sizeof value;
+    if (key.queryValue(kRolloutCohortValue, &type, &value, &size) != reg::kErrorSuccess || type != reg::kRegDword) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+bool setRolloutCohort(std::uint32_t cohort) {
+    reg::RegistryKey key;
+    if (key.open(kProductRegistryKey, reg::RegistryAccess::SetValue) != reg::kErrorSuccess) return false;
+    return key.setValue(kRolloutCohortValue, reg::kRegDword, &cohort, sizeof cohort) == reg::kErrorSuccess;
 }
 
 std::string getInstalledVersion() { return readString("Version", "VELKInstalled"); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -16,6 +17,12 @@ std::string getInstalledBuildNumber();
 // Writes the non-empty arguments; true when the "Version" and "BuildNumber" writes that
 // were attempted succeeded. Never creates the key.
 bool setInstalledVersion(const std::string& version, const std::string& buildNumber);
+
+// The rollout cohort kept in the record ("RolloutCohort", a REG_DWORD), or nothing.
+std::optional<std::uint32_t> getRolloutCohort();
+// Keeps the cohort beside the version; false when the record cannot take it. Never creates
+// the key.
+bool setRolloutCohort(std::uint32_t cohort);
 
 // Empty when the product record can be read, also when it is absent (not installed);
 // otherwise why the registry itself cannot be read.

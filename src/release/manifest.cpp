@@ -120,6 +120,14 @@ Manifest readManifest(const json& root) {
     readString(object, "description", manifest.description);
     readString(object, "changelog_url", manifest.changelog_url);
     readString(object, "urgency", manifest.urgency);
+    readString(object, "expires", manifest.expires);
+    if (object.contains("rollout_percentage")) {
+        const json& share = object.at("rollout_percentage");
+        if (!share.is_number_integer() || share.get<std::int64_t>() < 0 || share.get<std::int64_t>() > 100) {
+            throw NotAManifest("rollout_percentage is not a whole number from 0 to 100");
+        }
+        manifest.rollout_percentage = share.get<std::uint32_t>();
+    }
     if (object.contains("files")) {
         const json& files = object.at("files");
         if (!files.is_array()) throw NotAManifest("files is not an array");
@@ -127,6 +135,14 @@ Manifest readManifest(const json& root) {
     }
     if (object.contains("metadata")) manifest.metadata = readMetadata(objectAt(object, "metadata"));
     if (root.contains("signature")) manifest.signature = readSignature(objectAt(root, "signature"));
+    if (root.contains("signatures")) {
+        const json& signatures = root.at("signatures");
+        if (!signatures.is_array()) throw NotAManifest("signatures is not an array");
+        for (const auto& element : signatures) {
+            if (!element.is_object()) throw NotAManifest("signature is not an object");
+            manifest.signatures.push_back(readSignature(element));
+        }
+    }
     return manifest;
 }
 

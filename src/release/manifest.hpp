@@ -58,9 +58,15 @@ struct Manifest {
     std::string description;
     std::string changelog_url;
     std::string urgency = "normal";
+    // When the release stops being offered: "%Y-%m-%dT%H:%M:%SZ" (UTC); empty when not set.
+    std::string expires;
+    // The share of installations, in percent, that take this release.
+    std::uint32_t rollout_percentage = 100;
     std::vector<ManifestFile> files;
     ManifestMetadata metadata;
     ManifestSignature signature;
+    // Every signature when several keys signed; empty when only `signature` is given.
+    std::vector<ManifestSignature> signatures;
 };
 
 // The manifest in a JSON document, or nothing when the text is not a usable manifest.

@@ -1,5 +1,8 @@
 #include "release/manifest_verifier.hpp"
 
+#include <algorithm>
+#include <set>
+
 #include "crypto/crypto_utils.hpp"
 #include "release/manifest_verifier_impl.hpp"
 #include "release/signed_text.hpp"
@@ -10,7 +13,52 @@ namespace velk::updater {
 namespace {
 
 bool keyPinned(const ManifestVerifierConfig& config) {
-    return !config.publicKey.empty() || !config.rsaPublicKey.empty();
+    return !config.publicKeys.empty() || !config.rsaPublicKey.empty();
+}
+
+// Which pinned key made a signature over the signed text ("<algorithm>:<key>"), or why none did.
+struct SignatureCheck {
+    std::string signer;
+    std::string problem;
+};
+
+SignatureCheck refused(std::string problem) { return {"", std::move(problem)}; }
+
+SignatureCheck checkSignature(const ManifestVerifierConfig& config, const std::string& text,
+                              const ManifestSignature& signature) {
+    if (signature.algorithm.empty()) return refused("Signature algorithm not specified");
+    if (signature.signature.empty()) return refused("Signature not present");
+
+    std::vector<std::string> candidates;
+    if (signature.algorithm == "RSA-SHA256") {
+        // The manifest names its key only so that a mismatch can be reported; trust comes
+        // from the pinned key, and the signature is checked with that one.
+        if (config.rsaPublicKey.empty()) return refused("RSA public key not configured");
+        if (signature.public_key != config.rsaPublicKey) {
+            return refused("RSA public key in manifest is not the pinned release key");
+        }
+        candidates.push_back(config.rsaPublicKey);
+    } else if (signature.algorithm == "Ed25519") {
+        candidates = config.publicKeys;
+        if (candidates.empty()) return refused("Ed25519 public key not configured");
+    } else {
+        return refused("Unsupported signature algorithm: " + signature.algorithm);
+    }
+
+    // Whichever pinned key the signature was made with; the key it names decides nothing.
+    std::string error;
+    for (const std::string& key : candidates) {
+        const CryptoResult verified = CryptoUtils::verifySignature(text, signature.signature, key, signature.algorithm);
+        if (verified.success) return {signature.algorithm + ":" + key, ""};
+        error = verified.error;
+    }
+    return refused("Signature verification failed: " + error);
+}
+
+// The signatures to count: all of them when several keys signed, else the one.
+std::vector<ManifestSignature> signaturesOf(const Manifest& manifest) {
+    if (manifest.signatures.empty()) return {manifest.signature};
+    return manifest.signatures;
 }
 
 }  // namespace
@@ -52,6 +100,13 @@ VerificationResult ManifestVerifier::parseAndVerify(const std::string& manifestJ
         logger.warning("Signature verification is disabled");
     }
 
+    if (keyPinned(impl_->config)) {
+        // Only a signed expiry and channel mean anything: an unpinned build cannot tell them from forged ones.
+        const std::string expired = expiryRefusal(manifest->expires, result.timestamp);
+        if (!expired.empty()) return reject(expired);
+        const std::string otherChannel = channelRefusal(manifest->channel, impl_->config.channel);
+        if (!otherChannel.empty()) return reject(otherChannel);
+    }
     if (!checkRollback(*manifest)) return reject("Rollback refused");
     if (!checkVersionCompatibility(*manifest)) return reject("Version compatibility check failed");
 
@@ -64,34 +119,33 @@ VerificationResult ManifestVerifier::parseAndVerify(const std::string& manifestJ
 
 bool ManifestVerifier::verifyManifestSignature(const Manifest& manifest) const {
     Logger& logger = impl_->logger;
-    const ManifestSignature& signature = manifest.signature;
-    auto fail = [&](const std::string& message) {
-        logger.error(message);
+    if (!CryptoUtils::isInitialized()) {
+        logger.error("CryptoUtils not initialized");
         return false;
-    };
-    if (!CryptoUtils::isInitialized()) return fail("CryptoUtils not initialized");
-    if (signature.algorithm.empty()) return fail("Signature algorithm not specified");
-    if (signature.signature.empty()) return fail("Signature not present");
-
-    std::string key;
-    if (signature.algorithm == "RSA-SHA256") {
-        // The manifest names its key only so that a mismatch can be reported; trust comes
-        // from the pinned key, and the signature is checked with that one.
-        key = impl_->config.rsaPublicKey;
-        if (key.empty()) return fail("RSA public key not configured");
-        if (signature.public_key != key) return fail("RSA public key in manifest is not the pinned release key");
-    } else if (signature.algorithm == "Ed25519") {
-        key = impl_->config.publicKey;
-        if (key.empty()) return fail("Ed25519 public key not configured");
-    } else {
-        return fail("Unsupported signature algorithm: " + signature.algorithm);
     }
-
-    const CryptoResult verified =
-        CryptoUtils::verifySignature(signedManifestText(manifest), signature.signature, key, signature.algorithm);
-    if (!verified.success) return fail("Signature verification failed: " + verified.error);
-    logger.info("Signature verified successfully using " + signature.algorithm);
-    return true;
+    const std::string text = signedManifestText(manifest);
+    std::set<std::string> signers;  // pinned keys with a valid signature; one key counts once
+    std::vector<std::string> problems;
+    for (const ManifestSignature& signature : signaturesOf(manifest)) {
+        const SignatureCheck check = checkSignature(impl_->config, text, signature);
+        if (check.signer.empty()) {
+            problems.push_back(check.problem);
+        } else if (signers.insert(check.signer).second) {
+            logger.info("Signature verified successfully using " + signature.algorithm);
+        }
+    }
+    const std::uint32_t threshold = std::max<std::uint32_t>(1, impl_->config.threshold);
+    if (signers.size() >= threshold) {
+        // Enough pinned keys signed: a signature by another key (a rotated one) is no fault.
+        for (const auto& problem : problems) logger.debug("Ignored a signature: " + problem);
+        return true;
+    }
+    for (const auto& problem : problems) logger.error(problem);
+    if (threshold > 1) {
+        logger.error("Signed by " + std::to_string(signers.size()) + " of the pinned release keys, " +
+                     std::to_string(threshold) + " required");
+    }
+    return false;
 }
 
 bool ManifestVerifier::checkVersionCompatibility(const Manifest& manifest) const {
@@ -107,6 +161,16 @@ bool ManifestVerifier::checkVersionCompatibility(const Manifest& manifest) const
         return false;
     }
     return true;
+}
+
+std::string ManifestVerifier::rolloutHold() const {
+    const std::optional<Manifest>& manifest = impl_->currentManifest;
+    if (!manifest) return {};
+    const ManifestVerifierConfig& config = impl_->config;
+    const ReleaseOrder order =
+        compareRelease(manifest->version, manifest->build_number, config.currentVersion, config.currentBuildNumber);
+    return updater::rolloutHold(order, manifest->version, manifest->rollout_percentage, config.rolloutCohort,
+                                config.ignoreRollout);
 }
 
 bool ManifestVerifier::checkRollback(const Manifest& manifest) const {

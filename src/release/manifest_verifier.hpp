@@ -1,26 +1,32 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "logging/logger.hpp"
 #include "release/manifest.hpp"
 
 namespace velk::updater {
 
-// With either release key pinned, every manifest must be signed by a pinned key, whatever
-// `requireSignature` says; the keys a manifest carries are never trusted.
+// With a release key pinned, every manifest must be signed by `threshold` distinct pinned
+// keys, whatever `requireSignature` says, must not have expired and must be for the channel
+// asked for; the keys a manifest carries are never trusted.
 struct ManifestVerifierConfig {
-    std::string publicKey;     // pinned base64 Ed25519 release key
+    std::vector<std::string> publicKeys;  // pinned base64 Ed25519 release keys
     std::string rsaPublicKey;  // pinned base64 DER RSA release key; empty: no RSA manifest is accepted
+    std::uint32_t threshold = 1;  // distinct pinned keys whose signatures a manifest needs
     std::string currentVersion;
     std::string currentBuildNumber;
-    std::string channel = "stable";
+    std::string channel = "stable";  // the channel whose manifest was asked for
     bool requireSignature = false;
     bool allowDowngrades = true;
     bool allowRollback = false;  // with a key pinned: accept a release older than the installed one
+    std::uint32_t rolloutCohort = 0;  // this installation's cohort, below kRolloutCohorts
+    bool ignoreRollout = false;       // take a release whatever its rollout share
 };
 
 struct VerificationStatus {
@@ -54,11 +60,16 @@ public:
     // ones, component by component; true when the manifest should be applied.
     bool analyzeVersionComparison() const;
 
+    // Counts the distinct pinned keys that signed the manifest; true when they reach the
+    // threshold. Signatures by other keys are ignored.
     bool verifyManifestSignature(const Manifest& manifest) const;
     // The downgrade and minimum-version gates.
     bool checkVersionCompatibility(const Manifest& manifest) const;
     // The rollback gate of a build with a pinned key.
     bool checkRollback(const Manifest& manifest) const;
+    // Why the current manifest's version change waits for a larger rollout share, or an
+    // empty text when this installation takes it.
+    std::string rolloutHold() const;
 
 private:
     struct Impl;

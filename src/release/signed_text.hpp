@@ -6,9 +6,11 @@
 
 namespace velk::updater {
 
-// The text a manifest signature covers: version, build, commit, then name, digest and
-// decimal size of every file in order, without separators. The publisher signs exactly
-// this text and the verifier checks it; neither forms it another way.
+// The text a manifest signature covers, version 2: a header line, then the version, build,
+// commit, channel, expiry and rollout share, then each file's name, SHA-256 and decimal size
+// in manifest order. Every field is "<name> <byte length> <value>\n", so no value can run
+// into the next. The publisher signs exactly this text and the verifier checks it; neither
+// forms it another way.
 std::string signedManifestText(const Manifest& manifest);
 
 }  // namespace velk::updater

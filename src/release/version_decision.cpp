@@ -1,5 +1,6 @@
 #include "release/version_decision.hpp"
 
+#include "release/manifest.hpp"
 #include "release/version_order.hpp"
 
 namespace velk::updater {
@@ -60,6 +61,30 @@ std::string rollbackRefusal(const std::string& version, const std::string& insta
     if (!keyPinned || allowRollback || !olderThanInstalled(version, installedVersion)) return {};
     return "Rollback refused: release " + version + " is older than installed " + installedVersion +
            " (--force installs it)";
+}
+
+std::string expiryRefusal(const std::string& expires, std::chrono::system_clock::time_point now) {
+    if (expires.empty()) return "Manifest has no expiry";
+    const auto expiry = parseIsoTime(expires);
+    if (expiry == std::chrono::system_clock::time_point{} || expiry <= now) return "Manifest expired on " + expires;
+    return {};
+}
+
+std::string channelRefusal(const std::string& manifestChannel, const std::string& requestedChannel) {
+    if (manifestChannel == requestedChannel) return {};
+    return "Manifest is for channel " + manifestChannel + ", not " + requestedChannel;
+}
+
+bool inRollout(std::uint32_t cohort, std::uint32_t percentage) {
+    return static_cast<std::uint64_t>(cohort) * 100 < static_cast<std::uint64_t>(percentage) * kRolloutCohorts;
+}
+
+std::string rolloutHold(ReleaseOrder order, const std::string& version, std::uint32_t percentage,
+                        std::uint32_t cohort, bool force) {
+    const bool versionChange = order == ReleaseOrder::NewerVersion || order == ReleaseOrder::NewerBuild;
+    if (!versionChange || force || inRollout(cohort, percentage)) return {};
+    return "Release " + version + " is rolled out to " + std::to_string(percentage) +
+           "% of installations; this installation is not included yet";
 }
 
 ValidationResult validateVersion(const std::string& installedVersion, const std::string& targetVersion,

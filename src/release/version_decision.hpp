@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <string>
 
 #include "common/validation_result.hpp"
@@ -30,6 +32,24 @@ std::string minimumVersionRefusal(const std::string& minimumVersion, const std::
 // old signed manifest replayed by a mirror must not bring back fixed vulnerabilities.
 std::string rollbackRefusal(const std::string& version, const std::string& installedVersion, bool keyPinned,
                             bool allowRollback);
+
+// With a key pinned, a release is offered only until its signed expiry: a mirror that keeps
+// serving an old signed manifest cannot hide newer releases for ever. A manifest without an
+// expiry is refused too; an expiry that cannot be read counts as passed.
+std::string expiryRefusal(const std::string& expires, std::chrono::system_clock::time_point now);
+// With a key pinned, a manifest signed for one channel is not taken on another.
+std::string channelRefusal(const std::string& manifestChannel, const std::string& requestedChannel);
+
+// Staged rollout. Every installation draws a cohort below kRolloutCohorts once and keeps it;
+// a release rolled out to p% reaches the cohorts below p% of them, so raising the share keeps
+// every installation already in, and 0% stops the release where it is.
+inline constexpr std::uint32_t kRolloutCohorts = 10000;
+bool inRollout(std::uint32_t cohort, std::uint32_t percentage);
+// The text that explains why a version change (a newer version, or a newer build of the same
+// one) is held back for this cohort, or an empty text. Repairs and downgrades are never held
+// back, and `force` takes the release regardless.
+std::string rolloutHold(ReleaseOrder order, const std::string& version, std::uint32_t percentage,
+                        std::uint32_t cohort, bool force);
 
 // Whether moving from `installedVersion` (empty when none is recorded) to `targetVersion`
 // is allowed, checked once more right before files change.

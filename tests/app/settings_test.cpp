@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "crypto/crypto_utils.hpp"
+#include "installation/version_record.hpp"
+#include "release/version_decision.hpp"
 #include "support/test_support.hpp"
 
 namespace velk::updater {
@@ -62,17 +65,54 @@ TEST_F(SettingsTest, InstallationComesFromTheOptionsElseTheRegistry) {
 TEST(VerifierSettings, DowngradesAreRefusedOnlyWhenDisabledAndNotForced) {
     UpdaterConfig options;
     options.channel = "test";
-    EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowDowngrades);
+    EXPECT_TRUE(makeVerifierConfig(options, "1", "2", 7).allowDowngrades);
     options.disableDowngrades = true;
-    const ManifestVerifierConfig refused = makeVerifierConfig(options, "1", "2");
+    const ManifestVerifierConfig refused = makeVerifierConfig(options, "1", "2", 7);
     EXPECT_FALSE(refused.allowDowngrades);
     EXPECT_EQ(refused.channel, "test");
     EXPECT_FALSE(refused.requireSignature);
-    EXPECT_TRUE(refused.publicKey.empty());
+    EXPECT_TRUE(refused.publicKeys.empty());
     EXPECT_FALSE(refused.allowRollback);
+    EXPECT_FALSE(refused.ignoreRollout);
+    EXPECT_EQ(refused.rolloutCohort, 7u);
     options.force = true;
-    EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowDowngrades);
-    EXPECT_TRUE(makeVerifierConfig(options, "1", "2").allowRollback);
+    const ManifestVerifierConfig forced = makeVerifierConfig(options, "1", "2", 7);
+    EXPECT_TRUE(forced.allowDowngrades && forced.allowRollback && forced.ignoreRollout);
+    options.channel = "";
+    EXPECT_EQ(makeVerifierConfig(options, "1", "2", 7).channel, "stable");
+}
+
+// A share of the fleet takes a release: each installation draws its cohort once, keeps it in
+// its product record, and a larger share keeps everyone who was in.
+TEST(StagedRollout, CohortsAreDrawnOnceKeptAndSplitTheFleet) {
+    ASSERT_TRUE(CryptoUtils::initialize());
+    constexpr int kRoots = 400;
+    int inAtQuarter = 0;
+    for (int i = 0; i < kRoots; ++i) {
+        test::TempDir root;
+        test::ScopedEnv env("VELK_SYSTEM_ROOT", root.str());
+        test::writeRegistry(root.path(), std::string(test::kProductKeyHeader) + "\"Version\"=\"1.0.0\"\n");
+        const std::uint32_t cohort = rolloutCohort();
+        ASSERT_LT(cohort, kRolloutCohorts);
+        EXPECT_EQ(rolloutCohort(), cohort) << "a second run draws again";
+        EXPECT_EQ(getRolloutCohort(), cohort);
+        const bool atQuarter = inRollout(cohort, 25);
+        inAtQuarter += atQuarter ? 1 : 0;
+        EXPECT_TRUE(!atQuarter || inRollout(cohort, 50)) << cohort;
+        EXPECT_FALSE(inRollout(cohort, 0));
+        EXPECT_TRUE(inRollout(cohort, 100));
+    }
+    EXPECT_GE(inAtQuarter, kRoots * 18 / 100);
+    EXPECT_LE(inAtQuarter, kRoots * 32 / 100);
+
+    // A cohort that is not one (another type, or out of range) is drawn again and kept.
+    test::TempDir root;
+    test::ScopedEnv env("VELK_SYSTEM_ROOT", root.str());
+    test::writeRegistry(root.path(), std::string(test::kProductKeyHeader) + "\"RolloutCohort\"=dword:00002710\n");
+    const std::uint32_t redrawn = rolloutCohort();
+    EXPECT_LT(redrawn, kRolloutCohorts);
+    EXPECT_EQ(getRolloutCohort(), redrawn);
+    CryptoUtils::cleanup();
 }
 
 }  // namespace

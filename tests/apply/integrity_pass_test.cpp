@@ -30,6 +30,32 @@ TEST_F(ProcessingTest, UpperCaseDigestCountsAsAMismatchHere) {
     EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "lib");
 }
 
+// A release outside this installation's share changes nothing, not even a wrong file; a
+// larger share takes it, and a repair of the installed version is never held back.
+TEST_F(ProcessingTest, StagedRolloutHoldsVersionChangesOnly) {
+    test::writeFile(installDir() / "VELK.dll", "old library");
+    cohort_ = 5000;  // the middle of the fleet
+    auto release = [&](const std::string& version, const std::string& build, int share) {
+        json doc = json::parse(manifest(version, build, {publish("VELK.dll", "new library")}));
+        doc["manifest"]["rollout_percentage"] = share;
+        return doc.dump();
+    };
+    EXPECT_TRUE(client().processManifest(release("2.0.0", "200", 25)));
+    EXPECT_TRUE(log_.contains(
+        "[INFO] Release 2.0.0 is rolled out to 25% of installations; this installation is not included yet"));
+    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "old library");
+    EXPECT_TRUE(server_.requests().empty());
+    EXPECT_EQ(getInstalledVersion(), "1.0.0");
+
+    EXPECT_TRUE(client().processManifest(release("1.0.0", "100", 0)));
+    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "new library");
+
+    test::writeFile(installDir() / "VELK.dll", "old library");
+    EXPECT_TRUE(client().processManifest(release("2.0.0", "200", 51)));
+    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "new library");
+    EXPECT_EQ(getInstalledVersion(), "2.0.0");
+}
+
 TEST_F(ProcessingTest, RejectedManifestTouchesNoFile) {
     test::writeFile(installDir() / "VELK.dll", "whatever");
     EXPECT_FALSE(client().processManifest("{\"manifest\": {\"version\": 2}}"));

@@ -29,6 +29,8 @@ protected:
 };
 using KeySubstitution = PinnedUpdaterTest;
 using Rollback = PinnedUpdaterTest;
+using FreezeAttack = PinnedUpdaterTest;
+using StagedRollout = PinnedUpdaterTest;
 
 TEST_F(KeySubstitution, PinnedUpdaterInstallsOnlyReleasesSignedByThePinnedKeys) {
     struct Case {
@@ -78,6 +80,51 @@ TEST_F(Rollback, PinnedUpdaterRefusesAnOlderSignedReleaseUnlessForced) {
     ASSERT_EQ(runPinned({"--force"}).exitCode, 0);
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), kRelease1.at("VELK.dll"));
     EXPECT_NE(registryText().find("\"Version\"=\"9.0.0\""), std::string::npos);
+}
+
+// A mirror replaying a signed manifest after its expiry installs nothing; the vendor re-signs
+// the same release and it installs again.
+TEST_F(FreezeAttack, ExpiredManifestInstallsNothingUntilTheVendorSignsItAgain) {
+    freshInstallation();
+    publish("1.0.0", "100", kRelease1, {"--sign-ed25519", key("vendor_ed25519.seed"), "--expires-in", "-1"});
+    startServer();
+    ASSERT_EQ(runPinned({}).exitCode, 0);
+    EXPECT_TRUE(loggedStartingWith("[ERROR] Manifest verification failed: Manifest expired on "));
+    EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
+    EXPECT_EQ(runPinned({"--check-only"}).exitCode, 1);
+
+    const ProcessResult resigned = runProcess(
+        builtProgram("velk_publish"), {"--resign", site().string(), "--sign-ed25519", key("vendor_ed25519.seed")});
+    ASSERT_EQ(resigned.exitCode, 0) << resigned.err;
+    ASSERT_EQ(runPinned({}).exitCode, 0);
+    expectInstalled(kRelease1);
+}
+
+// A release held at 0% changes nothing on any installation, whose cohort stays what it drew;
+// raising the share lets it through.
+TEST_F(StagedRollout, HaltedReleaseWaitsAndTheCohortIsKept) {
+    freshInstallation("\"Version\"=\"0.9.0\"\n");
+    publish("1.0.0", "100", kRelease1, {"--sign-ed25519", key("vendor_ed25519.seed"), "--rollout", "0"});
+    startServer();
+    ASSERT_EQ(runPinned({}).exitCode, 0);
+    EXPECT_TRUE(logged("[INFO] Release 1.0.0 is rolled out to 0% of installations; this installation is not included yet"));
+    EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
+    const auto cohortLine = [this] {
+        const std::string text = registryText();
+        const auto at = text.find("\"RolloutCohort\"=dword:");
+        return at == std::string::npos ? std::string() : text.substr(at, text.find('\n', at) - at);
+    };
+    const std::string cohort = cohortLine();
+    EXPECT_FALSE(cohort.empty()) << registryText();
+    EXPECT_EQ(runPinned({"--check-only"}).exitCode, 0);
+    EXPECT_EQ(cohortLine(), cohort);
+
+    const ProcessResult raised = runProcess(builtProgram("velk_publish"), {"--resign", site().string(), "--sign-ed25519",
+                                                                          key("vendor_ed25519.seed"), "--rollout", "100"});
+    ASSERT_EQ(raised.exitCode, 0) << raised.err;
+    ASSERT_EQ(runPinned({}).exitCode, 0);
+    expectInstalled(kRelease1);
+    EXPECT_EQ(cohortLine(), cohort);
 }
 
 }  // namespace

@@ -31,6 +31,7 @@ json document(const std::string& version, const std::string& build = "1234", con
               {{"version", version},
                {"build_number", build},
                {"git_commit", "abc123"},
+               {"expires", "2200-01-01T00:00:00Z"},
                {"files",
                 {{{"name", "VELK.dll"}, {"url", "files/VELK.dll"}, {"size", 42}, {"sha256", "d00d"}, {"target_path", "VELK.dll"}},
                  {{"name", "VELK_Launcher.exe"}, {"url", "files/L.exe"}, {"size", 7}, {"sha256", "beef"}, {"target_path", "VELK_Launcher.exe"}}}}}},
@@ -104,6 +105,27 @@ protected:
         doc["signature"] = {{"algorithm", signer.algorithm}, {"public_key", named.publicKey}, {"signature", signer.sign(message)}};
         return doc;
     }
+    // `doc` signed by each of `signers` in turn, as a publisher with several keys writes it.
+    static json signedByAll(const std::vector<SigningKey>& signers, json doc = document("2.1.0")) {
+        const std::string message = signedManifestText(*parseManifest(doc.dump()));
+        doc["signatures"] = json::array();
+        for (const SigningKey& signer : signers) {
+            doc["signatures"].push_back({{"algorithm", signer.algorithm}, {"public_key", signer.publicKey},
+                                         {"signature", signer.sign(message)}});
+        }
+        doc["signature"] = doc["signatures"][0];
+        return doc;
+    }
+    static ManifestVerifierConfig pinning(const std::vector<SigningKey>& keys, std::uint32_t threshold = 1) {
+        ManifestVerifierConfig config = installed("2.0.0", "1", true);
+        for (const SigningKey& key : keys) config.publicKeys.push_back(key.publicKey);
+        config.threshold = threshold;
+        return config;
+    }
+    // The error of verifying `doc` under `config`: empty when it was accepted.
+    std::string refusal(const ManifestVerifierConfig& config, const json& doc) {
+        return make(config).parseAndVerify(doc.dump()).errorMessage;
+    }
 
     struct Case {
         std::string what;
@@ -116,7 +138,7 @@ protected:
     void expectVerdicts(const std::vector<Case>& cases) {
         for (const Case& c : cases) {
             ManifestVerifierConfig config = installed("2.0.0", "1", true);
-            config.publicKey = c.pinnedEd25519;
+            if (!c.pinnedEd25519.empty()) config.publicKeys = {c.pinnedEd25519};
             config.rsaPublicKey = c.pinnedRsa;
             log_.clear();
             const VerificationResult result = make(config).parseAndVerify(c.document.dump());
@@ -129,15 +151,94 @@ protected:
     test::LogCapture log_;
     static inline SigningKey vendor_, vendorRsa_, attacker_, attackerRsa_;
 };
+using FreezeAttack = VerifierTest;
+using WrongChannel = VerifierTest;
+using KeyCompromise = VerifierTest;
 using KeySubstitution = VerifierTest;
 using UnsignedManifest = VerifierTest;
 using TamperedManifest = VerifierTest;
 using Rollback = VerifierTest;
 
-// The signature covers version, build, commit, then name, digest and size of each file in order.
-TEST(SignedText, IsTheFixedConcatenationOfTheSignedFields) {
-    EXPECT_EQ(signedManifestText(*parseManifest(document("2.1.0").dump())),
-              "2.1.01234abc123VELK.dlld00d42VELK_Launcher.exebeef7");
+// Every signed field carries its length, so no value can be moved into its neighbour.
+TEST(SignedText, IsTheFixedListOfLengthPrefixedFields) {
+    json doc = document("2.1.0");
+    doc["manifest"]["rollout_percentage"] = 25;
+    EXPECT_EQ(signedManifestText(*parseManifest(doc.dump())),
+              "VELK signed manifest 2\n"
+              "version 5 2.1.0\n"
+              "build_number 4 1234\n"
+              "git_commit 6 abc123\n"
+              "channel 6 stable\n"
+              "expires 20 2200-01-01T00:00:00Z\n"
+              "rollout_percentage 2 25\n"
+              "name 8 VELK.dll\nsha256 4 d00d\nsize 2 42\n"
+              "name 17 VELK_Launcher.exe\nsha256 4 beef\nsize 1 7\n");
+    json shifted = doc;
+    shifted["manifest"]["version"] = "2.1.01";
+    shifted["manifest"]["build_number"] = "234";
+    EXPECT_NE(signedManifestText(*parseManifest(shifted.dump())), signedManifestText(*parseManifest(doc.dump())));
+}
+
+// A mirror that keeps serving an old signed manifest would hide every later release.
+TEST_F(FreezeAttack, ExpiredOrUndatedManifestIsRefusedByAPinnedBuild) {
+    const ManifestVerifierConfig pinned = pinning({vendor_});
+    json expired = document("2.1.0"), undated = document("2.1.0"), unreadable = document("2.1.0");
+    expired["manifest"]["expires"] = "2001-01-01T00:00:00Z";
+    undated["manifest"].erase("expires");
+    unreadable["manifest"]["expires"] = "next year";
+    EXPECT_EQ(refusal(pinned, signedBy(vendor_, vendor_, expired)), "Manifest expired on 2001-01-01T00:00:00Z");
+    EXPECT_EQ(refusal(pinned, signedBy(vendor_, vendor_, undated)), "Manifest has no expiry");
+    EXPECT_EQ(refusal(pinned, signedBy(vendor_, vendor_, unreadable)), "Manifest expired on next year");
+    EXPECT_EQ(refusal(pinned, signedBy(vendor_, vendor_)), "");
+    // The expiry is signed: moving it forward breaks the signature.
+    json extended = signedBy(vendor_, vendor_, expired);
+    extended["manifest"]["expires"] = "2200-01-01T00:00:00Z";
+    EXPECT_EQ(refusal(pinned, extended), "Signature verification failed");
+    // A build without a key cannot tell a real expiry from a forged one and reads old manifests.
+    EXPECT_EQ(refusal(installed("2.0.0", "1", true), undated), "");
+}
+
+TEST_F(WrongChannel, ManifestSignedForAnotherChannelIsRefused) {
+    json beta = document("2.1.0");
+    beta["manifest"]["channel"] = "beta";
+    const json signedBeta = signedBy(vendor_, vendor_, beta);
+    ManifestVerifierConfig pinned = pinning({vendor_});
+    EXPECT_EQ(refusal(pinned, signedBeta), "Manifest is for channel beta, not stable");
+    pinned.channel = "beta";
+    EXPECT_EQ(refusal(pinned, signedBeta), "");
+    EXPECT_EQ(refusal(pinned, signedBy(vendor_, vendor_)), "Manifest is for channel stable, not beta");
+    json relabelled = signedBeta;
+    relabelled["manifest"]["channel"] = "stable";
+    pinned.channel = "stable";
+    EXPECT_EQ(refusal(pinned, relabelled), "Signature verification failed");
+}
+
+// One stolen key is not enough when two must sign; a key is rotated by a build that pins
+// the old and the new one.
+TEST_F(KeyCompromise, ThresholdCountsDistinctPinnedKeysAndRotationKeepsWorking) {
+    const SigningKey second = ed25519Key();
+    const ManifestVerifierConfig both = pinning({vendor_, second}, 2);
+    log_.clear();
+    EXPECT_EQ(refusal(both, signedBy(vendor_, vendor_)), "Signature verification failed");
+    EXPECT_TRUE(log_.contains("[ERROR] Signed by 1 of the pinned release keys, 2 required"));
+    EXPECT_EQ(refusal(both, signedByAll({vendor_, vendor_})), "Signature verification failed");
+    EXPECT_EQ(refusal(both, signedByAll({vendor_, attacker_})), "Signature verification failed");
+    EXPECT_EQ(refusal(both, signedByAll({attacker_, second, vendor_})), "");
+
+    const SigningKey& oldKey = vendor_;
+    const SigningKey& newKey = second;
+    const ManifestVerifierConfig oldBuild = pinning({oldKey}), rotating = pinning({oldKey, newKey}),
+                                 newBuild = pinning({newKey});
+    const json byBoth = signedByAll({oldKey, newKey}), byNewOnly = signedByAll({newKey}),
+               byOldOnly = signedByAll({oldKey});
+    log_.clear();
+    EXPECT_EQ(refusal(oldBuild, byBoth), "");
+    EXPECT_TRUE(log_.contains("[DEBUG] Ignored a signature: Signature verification failed: Signature verification failed"));
+    EXPECT_EQ(refusal(rotating, byBoth), "");
+    EXPECT_EQ(refusal(rotating, byNewOnly), "");
+    EXPECT_EQ(refusal(newBuild, byNewOnly), "");
+    EXPECT_EQ(refusal(oldBuild, byNewOnly), "Signature verification failed");
+    EXPECT_EQ(refusal(newBuild, byOldOnly), "Signature verification failed");
 }
 
 TEST_F(KeySubstitution, ManifestOwnRsaKeyIsRefused) {
@@ -181,7 +282,7 @@ TEST_F(TamperedManifest, ChangedDigestOrFileOrderIsRefused) {
 
     // The accepted manifest stays current after a later rejection.
     ManifestVerifierConfig config = installed("2.0.0", "1", true);
-    config.publicKey = vendor_.publicKey;
+    config.publicKeys = {vendor_.publicKey};
     ManifestVerifier verifier = make(config);
     ASSERT_TRUE(verifier.parseAndVerify(signedDoc.dump()).valid);
     EXPECT_FALSE(verifier.parseAndVerify(changed.dump()).manifest);
@@ -205,7 +306,7 @@ TEST_F(UnsignedManifest, IsRefusedByAPinnedBuild) {
     log_.clear();
     EXPECT_FALSE(make(required).parseAndVerify(document("2.1.0").dump()).valid);
     EXPECT_TRUE(log_.contains("[ERROR] Ed25519 public key not configured"));
-    required.publicKey = vendor_.publicKey;
+    required.publicKeys = {vendor_.publicKey};
     CryptoUtils::cleanup();
     EXPECT_FALSE(make(required).parseAndVerify(signedBy(vendor_, vendor_).dump()).valid);
     EXPECT_TRUE(log_.contains("[ERROR] CryptoUtils not initialized"));
@@ -224,7 +325,7 @@ TEST_F(Rollback, OlderSignedManifestIsRefusedUnlessForced) {
              {"2.1.0", "2.1.0", false, true},
          }) {
         ManifestVerifierConfig config = installed(c.installedVersion, "1", true);
-        config.publicKey = vendor_.publicKey;
+        config.publicKeys = {vendor_.publicKey};
         config.allowRollback = c.allowRollback;
         const VerificationResult result =
             make(config).parseAndVerify(signedBy(vendor_, vendor_, document(c.manifestVersion)).dump());

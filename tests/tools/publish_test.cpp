@@ -5,6 +5,8 @@
 #include <openssl/pem.h>
 #include <sodium.h>
 
+#include <chrono>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -19,13 +21,26 @@ namespace {
 
 using nlohmann::json;
 
-// Whether the updater accepts the document with these keys pinned.
-bool accepted(const json& document, const std::string& ed25519Key, const std::string& rsaKey = "") {
+// Whether the updater accepts the document, asked for on its own channel, with these keys
+// pinned and this many of them required.
+bool accepted(const json& document, const std::vector<std::string>& ed25519Keys, const std::string& rsaKey = "",
+              std::uint32_t threshold = 1) {
     updater::ManifestVerifierConfig config;
-    config.publicKey = ed25519Key;
+    config.publicKeys = ed25519Keys;
     config.rsaPublicKey = rsaKey;
+    config.threshold = threshold;
+    config.channel = document["manifest"]["channel"];
     LogCapture log;
     return updater::ManifestVerifier(config, log.logger()).parseAndVerify(document.dump()).valid;
+}
+
+std::string seedFile(const fs::path& path) {
+    unsigned char seed[crypto_sign_SEEDBYTES];
+    randombytes_buf(seed, sizeof seed);
+    char encoded[64];
+    sodium_bin2base64(encoded, sizeof encoded, seed, sizeof seed, sodium_base64_VARIANT_ORIGINAL);
+    writeFile(path, std::string(encoded) + "\n");
+    return path.string();
 }
 
 std::map<std::string, std::string> unzip(const fs::path& zipPath) {
@@ -89,10 +104,10 @@ TEST_F(PublishTest, ManifestDescribesEveryFileAndItsSignatureVerifies) {
 
     EXPECT_EQ(document["signature"]["algorithm"], "Ed25519");
     const std::string key = document["signature"]["public_key"];
-    EXPECT_TRUE(accepted(document, key));
+    EXPECT_TRUE(accepted(document, {key}));
     json tampered = document;
     tampered["manifest"]["files"][0]["size"] = 1;
-    EXPECT_FALSE(accepted(tampered, key));
+    EXPECT_FALSE(accepted(tampered, {key}));
 }
 
 TEST_F(PublishTest, GivenSeedGivesTheSameKeyAndUrlBaseMakesUrlsAbsolute) {
@@ -138,7 +153,62 @@ TEST_F(PublishTest, RsaSignatureVerifiesWithTheEmbeddedKey) {
     ASSERT_EQ(publish({"--sign-rsa", (dir_ / "key.pem").string()}).exitCode, 0);
     const json document = manifestDocument();
     EXPECT_EQ(document["signature"]["algorithm"], "RSA-SHA256");
-    EXPECT_TRUE(accepted(document, "", document["signature"]["public_key"]));
+    EXPECT_TRUE(accepted(document, {}, document["signature"]["public_key"]));
+}
+
+TEST_F(PublishTest, HelpListsEveryOptionOnStandardOutput) {
+    const ProcessResult help = runProcess(builtProgram("velk_publish"), {"--help"});
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_TRUE(help.err.empty());
+    for (const char* flag : {"--rollout", "--expires-in", "--resign", "--sign-ed25519", "--sign-rsa", "--channel"}) {
+        EXPECT_NE(help.out.find(flag), std::string::npos) << flag;
+    }
+    EXPECT_EQ(publish({"--rollout", "101"}).exitCode, 1);
+    EXPECT_EQ(publish({"--expires-in", "soon"}).exitCode, 1);
+}
+
+// Several keys sign one manifest; a build that needs two of them accepts it. The expiry and
+// the share are in the signed text.
+TEST_F(PublishTest, SeveralKeysSignTheShareAndTheExpiry) {
+    const std::string first = seedFile(dir_ / "first.seed"), second = seedFile(dir_ / "second.seed");
+    const ProcessResult run = publish({"--sign-ed25519", first, "--sign-ed25519", second, "--rollout", "25",
+                                       "--expires-in", "7"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const json document = manifestDocument();
+    ASSERT_EQ(document["signatures"].size(), 2u);
+    const std::vector<std::string> keys{document["signatures"][0]["public_key"], document["signatures"][1]["public_key"]};
+    EXPECT_NE(run.out.find("-DVELK_RELEASE_PUBLIC_KEY=" + keys[0] + "," + keys[1] + "\n"), std::string::npos) << run.out;
+    EXPECT_EQ(document["manifest"]["rollout_percentage"], 25);
+    const auto expires = updater::parseIsoTime(document["manifest"]["expires"]);
+    EXPECT_GT(expires, std::chrono::system_clock::now() + std::chrono::hours(24 * 6));
+    EXPECT_LT(expires, std::chrono::system_clock::now() + std::chrono::hours(24 * 8));
+    EXPECT_TRUE(accepted(document, keys, "", 2));
+    json halted = document;
+    halted["manifest"]["rollout_percentage"] = 100;
+    EXPECT_FALSE(accepted(halted, keys));
+}
+
+// Re-signing gives the published release a new expiry and leaves its files as they are.
+TEST_F(PublishTest, ResignKeepsTheFilesAndRenewsTheExpiry) {
+    const std::string key = seedFile(dir_ / "vendor.seed");
+    ASSERT_EQ(publish({"--sign-ed25519", key, "--expires-in", "-1", "--zip"}).exitCode, 0);
+    const json before = manifestDocument();
+    std::map<std::string, std::string> files;
+    for (const auto& item : fs::recursive_directory_iterator(dir_ / "site" / "files")) {
+        if (item.is_regular_file()) files[item.path().string()] = readFile(item.path());
+    }
+    const std::vector<std::string> pinned{before["signature"]["public_key"]};
+    EXPECT_FALSE(accepted(before, pinned));
+
+    const ProcessResult resigned = runProcess(builtProgram("velk_publish"),
+                                              {"--resign", (dir_ / "site").string(), "--sign-ed25519", key, "--rollout", "0"});
+    ASSERT_EQ(resigned.exitCode, 0) << resigned.err;
+    const json after = manifestDocument();
+    EXPECT_TRUE(accepted(after, pinned));
+    EXPECT_EQ(after["manifest"]["files"], before["manifest"]["files"]);
+    EXPECT_EQ(after["manifest"]["rollout_percentage"], 0);
+    EXPECT_NE(after["manifest"]["expires"], before["manifest"]["expires"]);
+    for (const auto& [path, content] : files) EXPECT_EQ(readFile(path), content) << path;
 }
 
 TEST_F(PublishTest, BadInvocationsFailWithoutWritingAManifest) {

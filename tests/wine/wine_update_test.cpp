@@ -1,6 +1,6 @@
 // VELK_Updater.exe under Wine against the local update server: a real update of plain
-// files, with the product record read and written in the Wine prefix's registry and the
-// missing service registered through the prefix's service manager.
+// files, with the product record (version and rollout cohort) read and written in the Wine
+// prefix's registry and the missing service registered through the prefix's service manager.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -76,8 +76,13 @@ TEST_F(WineUpdateTest, PlainFilesAreReplacedAndTheNewVersionIsRecorded) {
     const std::string image = wine({"reg", "query", kServiceKey, "/v", "ImagePath"}).out;
     EXPECT_NE(image.find(windowsPath(installDir() / "VELK_Service.exe")), std::string::npos) << image;
 
+    // The rollout cohort is drawn once, kept as a REG_DWORD beside the version, and read again.
+    const std::string cohort = regQuery("RolloutCohort");
+    EXPECT_NE(cohort.find("REG_DWORD"), std::string::npos) << cohort;
+
     const ProcessResult second = updater();
     EXPECT_EQ(second.exitCode, 0) << second.out << second.err;
+    EXPECT_EQ(regQuery("RolloutCohort"), cohort);
     EXPECT_NE(second.out.find("Installed VELK version: 2.0.0 (build 200)"), std::string::npos) << second.out;
     EXPECT_NE(readFile(logFile()).find("No update required - already at latest version (2.0.0) with all files current"),
               std::string::npos);
