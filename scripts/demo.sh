@@ -82,7 +82,7 @@ echo "== VELK_Updater exited with $status"
 echo "== Installed files in $demo/install:"
 find "$demo/install" -maxdepth 2 -type f ! -path '*/logs/*' -printf '   %P (%s bytes)\n' | sort
 echo "== Registry record ($demo/root/registry.reg):"
-grep -E '"(Version|BuildNumber|InstallPath)"' "$demo/root/registry.reg" | sed 's/^/   /'
+grep -E '"(Version|BuildNumber|InstallPath|RolloutCohort)"' "$demo/root/registry.reg" | sed 's/^/   /'
 echo "== Log file: $log ($(wc -l < "$log") lines)"
 echo "== Run scripts/demo.sh again: the installation is now current."
 exit "$status"
