@@ -39,7 +39,7 @@ bool FileUpdater::checkFileCurrent(const ManifestFile& file) {
             logger.debug("File " + file.name + " is up to date (SHA256 verified)");
             return true;
         }
-        discardWrongCopy(logger, path, file, check,
+        reportWrongCopy(logger, path, file, check,
                          "File " + file.name + " SHA256 mismatch: expected " + file.sha256.substr(0, 16) +
                              "..., actual " + check.actualSha256.substr(0, 16) + "...");
         return false;

@@ -1,12 +1,10 @@
 #include <algorithm>
 #include <atomic>
-#include <cctype>
 #include <exception>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <thread>
-#include <unordered_set>
 #include <vector>
 
 #include "apply/update_client.hpp"
@@ -88,24 +86,13 @@ void runInParallel(std::size_t count, const std::function<void(std::size_t)>& jo
     for (auto& thread : pool) thread.join();
 }
 
-// Two entries may name one file (also by letter case, on systems that ignore it); only
-// the first is checked ahead, the others at their turn, after what came before them was
-// deleted, as a pass one entry at a time would see them.
-std::string pathKey(const fs::path& path) {
-    std::string key = path.lexically_normal().generic_string();
-    std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
-    return key;
-}
-
-// Checks every ordinary entry at once; an empty slot is left for self-update files and for
-// repeated paths.
+// Checks every ordinary entry at once (the pass changes nothing on disk, so the order does
+// not matter); an empty slot is left for the updaters' executables.
 std::vector<std::optional<PrecomputedCheck>> precheckAll(const InstallationLayout& layout,
                                                          const std::vector<ManifestFile>& files) {
     std::vector<std::size_t> ahead;
-    std::unordered_set<std::string> seen;
     for (std::size_t i = 0; i < files.size(); ++i) {
-        if (product::isUpdaterExecutable(files[i].name)) continue;
-        if (seen.insert(pathKey(layout.targetFile(files[i].target_path))).second) ahead.push_back(i);
+        if (!product::isUpdaterExecutable(files[i].name)) ahead.push_back(i);
     }
     std::vector<std::optional<PrecomputedCheck>> checks(files.size());
     runInParallel(ahead.size(), [&](std::size_t job) {
@@ -114,7 +101,7 @@ std::vector<std::optional<PrecomputedCheck>> precheckAll(const InstallationLayou
     return checks;
 }
 
-// Reports one ordinary entry's check; wrong copies are deleted. The digest is compared
+// Reports one ordinary entry's check; wrong copies stay until replaced. The digest is compared
 // exactly: an upper-case manifest digest counts as a mismatch here.
 FileStatus checkEntry(Logger& logger, const fs::path& path, const ManifestFile& file, const PrecomputedCheck& pre,
                       IntegrityCounts& counts) {
@@ -128,7 +115,7 @@ FileStatus checkEntry(Logger& logger, const fs::path& path, const ManifestFile& 
             logger.debug("File integrity OK: " + file.name);
             ++counts.current;
         } else {
-            discardWrongCopy(logger, path, file, check,
+            reportWrongCopy(logger, path, file, check,
                              "File hash mismatch for " + file.name + ": expected " + file.sha256.substr(0, 16) +
                                  "..., actual " + check.actualSha256.substr(0, 16) + "...");
             ++counts.corrupted;
@@ -160,9 +147,8 @@ struct IntegrityReport {
     bool repairNeeded() const { return counts.missing > 0 || counts.corrupted > 0; }
 };
 
-// Checks every entry but the updaters' executables against the installation and deletes
-// wrong copies. Hashing runs ahead on several threads; reporting and deleting follow in
-// manifest order.
+// Checks every entry but the updaters' executables against the installation. Hashing runs
+// ahead on several threads; reporting follows in manifest order.
 IntegrityReport checkIntegrity(Logger& logger, const InstallationLayout& layout, const std::vector<ManifestFile>& files) {
     logger.info("=== File Integrity Check ===");
     logger.info("Checking file integrity to determine which files need updating");
@@ -174,8 +160,8 @@ IntegrityReport checkIntegrity(Logger& logger, const InstallationLayout& layout,
             logger.info("Skipping self-update file (intentional): " + file.name);
             continue;
         }
-        const PrecomputedCheck pre = prechecked[i] ? *prechecked[i] : precheck(layout, file);
-        const FileStatus check = checkEntry(logger, layout.targetFile(file.target_path), file, pre, report.counts);
+        const FileStatus check = checkEntry(logger, layout.targetFile(file.target_path), file, *prechecked[i],
+                                            report.counts);
         if (check.status.empty()) {
             logger.debug("File " + file.name + " is already current - skipping download");
         } else {

@@ -12,18 +12,22 @@ namespace fs = std::filesystem;
 
 }  // namespace
 
-// Counts every copy an update makes, not only the new files: the staging copies on the
-// installation's volume, and in the temporary folder the largest download beside the entry
-// taken out of its archive. (Wrong installed copies are deleted before this, so there is
-// nothing left to back up.)
+// Counts every copy an update makes, not only the new files: on the installation's volume
+// the staging copies and the backups of the installed copies they replace (which stay until
+// the rename), and in the download folder the largest download beside the entry taken out of
+// its archive.
 bool FileUpdater::hasRoomFor(const std::vector<ManifestFile>& downloads) {
-    const std::string& installDirectory = impl_->config.layout.installDirectory();
-    const std::string& downloadDirectory = impl_->config.layout.downloadDirectory();
+    const InstallationLayout& layout = impl_->config.layout;
+    const std::string& installDirectory = layout.installDirectory();
+    const std::string& downloadDirectory = layout.downloadDirectory();
     std::uint64_t installBytes = 0;
     std::uint64_t largest = 0;
     for (const auto& file : downloads) {
         installBytes += file.size;
         largest = std::max<std::uint64_t>(largest, file.size);
+        std::error_code absent;
+        const std::uintmax_t installed = fs::file_size(layout.targetFile(file.target_path), absent);
+        if (impl_->config.createBackups && file.backup && !absent) installBytes += installed;
     }
     const std::uint64_t tempBytes = 2 * largest;
     if (platform::sameVolume(installDirectory, downloadDirectory)) {

@@ -18,6 +18,8 @@ TEST_F(ProcessingTest, OnlyUpdaterExecutablesAreSkippedAndTheVersionRecorded) {
     EXPECT_FALSE(fs::exists(installDir() / "Updater.exe"));
 }
 
+// The pass compares digests exactly, the file updater without regard to case: the copy kept
+// in place is found current there and nothing is downloaded.
 TEST_F(ProcessingTest, UpperCaseDigestCountsAsAMismatchHere) {
     test::writeFile(installDir() / "VELK.dll", "lib");
     json file = publish("VELK.dll", "lib");
@@ -25,8 +27,9 @@ TEST_F(ProcessingTest, UpperCaseDigestCountsAsAMismatchHere) {
     for (auto& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     file["sha256"] = upper;
     EXPECT_TRUE(client().processManifest(manifest("1.0.0", "100", {file})));
-    EXPECT_TRUE(log_.contains("[INFO] Successfully deleted hash-mismatched file: VELK.dll"));
-    EXPECT_FALSE(server_.requests().empty());  // downloaded again, then accepted by the file updater
+    EXPECT_TRUE(log_.contains("[INFO] Outdated file will be replaced: " + (installDir() / "VELK.dll").string()));
+    EXPECT_TRUE(log_.contains("[INFO] File VELK.dll is already up to date - skipping download"));
+    EXPECT_TRUE(server_.requests().empty());
     EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "lib");
 }
 
@@ -104,15 +107,34 @@ TEST_F(ProcessingTest, ParallelPassReportsInManifestOrder) {
     EXPECT_TRUE(log_.contains("[INFO] Corrupted files: 3"));
 }
 
-// A second entry for the same file sees what the first one left: a wrong copy deleted by
-// the first is missing for the second, not hashed before the deletion.
-TEST_F(ProcessingTest, SecondEntryForTheSameFileSeesTheFirstOnesDeletion) {
+// The pass changes nothing on disk: a second entry for the same file sees the same copy.
+TEST_F(ProcessingTest, SecondEntryForTheSameFileSeesTheSameCopy) {
     test::writeFile(installDir() / "VELK.dll", "xyz");
     json second = publish("VELK_copy.dll", "lib");
     second["target_path"] = "VELK.dll";
     client().processManifest(manifest("1.0.0", "100", {publish("VELK.dll", "lib"), second}));
     EXPECT_TRUE(log_.contains("[DEBUG] File VELK.dll needs updating (hash mismatch)"));
-    EXPECT_TRUE(log_.contains("[INFO] File missing: VELK_copy.dll"));
+    EXPECT_TRUE(log_.contains("[DEBUG] File VELK_copy.dll needs updating (hash mismatch)"));
+}
+
+// A CDN outage during an update: every base answers 503. The outdated installation keeps
+// working, byte for byte, and still says it is the old version.
+using OutageDuringUpdate = ProcessingTest;
+TEST_F(OutageDuringUpdate, WorkingCopyKept) {
+    const std::map<std::string, std::string> installed{{"VELK.dll", "library 1.0"}, {"VELK_Launcher.exe", "launch 1.0"}};
+    for (const auto& [name, content] : installed) test::writeFile(installDir() / name, content);
+    const std::vector<json> files = {publish("VELK.dll", "library 2.0"), publish("VELK_Launcher.exe", "launcher 2.0")};
+    for (const char* base : {"/cdn", "/mirror", "/origin"}) {
+        for (const auto& [name, content] : installed) {
+            server_.set(std::string(base) + "/files/" + name, "unavailable", 503);
+            server_.set(std::string(base) + "/files/" + name + ".zip", "unavailable", 503);
+        }
+    }
+    EXPECT_FALSE(client().processManifest(manifest("2.0.0", "200", files)));
+    for (const auto& [name, content] : installed) EXPECT_EQ(test::readFile(installDir() / name), content) << name;
+    EXPECT_EQ(getInstalledVersion(), "1.0.0");
+    EXPECT_EQ(getInstalledBuildNumber(), "100");
+    EXPECT_TRUE(log_.contains("[INFO] Outdated file will be replaced: " + (installDir() / "VELK.dll").string()));
 }
 
 }  // namespace

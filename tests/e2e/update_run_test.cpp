@@ -147,9 +147,9 @@ TEST_F(UpdateRunTest, ServerFailingMidwayLeavesAConsistentInstallationThatTheNex
     EXPECT_EQ(broken.exitCode, 0);
     EXPECT_NE(broken.out.find("Update process failed or no updates available\n"), std::string::npos);
     EXPECT_EQ(run({"--check-only"}).exitCode, 1);
-    // Old or new, never torn; the version record still says 1.0.0.
+    // Old or new, never torn or missing; the version record still says 1.0.0.
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), "library 2.0");
-    EXPECT_FALSE(fs::exists(installDir() / "VELK_Service.exe"));
+    EXPECT_EQ(readFile(installDir() / "VELK_Service.exe"), "service 1.0");
     EXPECT_TRUE(versionRecorded("1.0.0"));
     // A failed download reports the temporary file it was writing, the URLs tried on the
     // same log line (their line ends shown escaped).
