@@ -81,7 +81,7 @@ void runUpdate(const Release& release, bool fresh) {
     updater::HttpClient http{updater::HttpConfig{}};
     http.initialize();
     updater::FileUpdaterConfig config;
-    config.layout = updater::InstallationLayout(installDir().string(), (bench::benchDir("files") / "tmp").string());
+    config.layout = updater::InstallationLayout(installDir().string());
     config.baseUrls = {server().url("/" + release.site.filename().string())};
     config.tryArchiveFirst = false;  // no archives published: plain files only, as curl fetches them
     if (fresh) fs::remove_all(installDir());

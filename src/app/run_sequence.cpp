@@ -112,7 +112,7 @@ std::string recordedOrDefault(Logger& logger, const std::string& recorded, const
 
 // The fallback registration of the product's service when it is missing. It registers the
 // service of the recorded (or default) installation, whatever folder this run updates.
-void installServiceFallback(UpdateClient& client, Logger& logger, const InstallationLayout& layout, bool quiet) {
+void installServiceFallback(UpdateClient& client, Logger& logger, bool quiet) {
     if (client.serviceExists(product::kServiceName)) {
         logger.info("VELKSvc already installed - no fallback installation needed");
         return;
@@ -127,7 +127,7 @@ void installServiceFallback(UpdateClient& client, Logger& logger, const Installa
     } else {
         logger.info("Using registry InstallPath: " + base);
     }
-    const int status = registerProductService(InstallationLayout(base, layout.downloadDirectory()));
+    const int status = registerProductService(InstallationLayout(base));
     if (status != 0) {
         logger.error("Failed to install VELKSvc as fallback (exit code: " + std::to_string(status) + ")");
         logger.error("This may cause game functionality issues");
@@ -251,7 +251,7 @@ int runSequence(UpdaterConfig& config, int argc, char* argv[]) {
 
     int exitCode = 0;
     try {
-        installServiceFallback(client, logger, layout, config.quiet);
+        installServiceFallback(client, logger, config.quiet);
         if (config.installServices) {
             exitCode = runInstallServicesMode(client, logger, config.quiet);
         } else if (config.checkOnly) {

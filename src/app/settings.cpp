@@ -26,7 +26,7 @@ LogLevel levelFromName(const std::string& name, LogLevel fallback) {
 
 InstallationLayout makeInstallationLayout(const UpdaterConfig& options) {
     std::string installDirectory = options.installDir.empty() ? getDefaultInstallDirectory() : options.installDir;
-    return InstallationLayout(std::move(installDirectory), getTempDirectory());
+    return InstallationLayout(std::move(installDirectory));
 }
 
 FileUpdaterConfig makeFileUpdaterConfig(const InstallationLayout& layout) {
@@ -38,6 +38,16 @@ FileUpdaterConfig makeFileUpdaterConfig(const InstallationLayout& layout) {
     config.deleteTempAfterInstall = true;
     config.baseUrls = {VELK_CDN_BASE_URL, VELK_MIRROR_BASE_URL, VELK_ORIGIN_BASE_URL};
     config.tryArchiveFirst = true;
+    // Three more attempts per source, 1 s doubling to 15 s with jitter, a server's Retry-After
+    // up to 60 s, and at most 2 minutes of waiting in a whole run; a source under 32 KiB/s
+    // for 20 s is left while another remains.
+    config.maxRetries = 3;
+    config.transfer.firstDelay = std::chrono::seconds(1);
+    config.transfer.maxDelay = std::chrono::seconds(15);
+    config.transfer.retryAfterCap = std::chrono::seconds(60);
+    config.transfer.waitBudget = std::chrono::minutes(2);
+    config.transfer.minBytesPerSecond = 32 * 1024;
+    config.transfer.slowWindowSeconds = 20;
     return config;
 }
 

@@ -6,6 +6,7 @@
 #include "common/text.hpp"
 #include "delivery/file_check.hpp"
 #include "platform/file_replace.hpp"
+#include "platform/private_files.hpp"
 
 namespace velk::updater {
 namespace {
@@ -31,6 +32,20 @@ void copyToNewFile(const fs::path& source, const fs::path& target) {
     std::error_code error;
     if (!platform::copyFileFast(source.string(), target.string(), error)) {
         throw fs::filesystem_error("cannot copy file", source, target, error);
+    }
+}
+
+// The verified download becomes the staging copy by a rename (the download folder is on the
+// installation's volume), so each byte is written once; a target on another volume (a
+// folder mounted inside the installation) gets a copy. Either way it then takes the access
+// of the installation folder instead of the private folder's.
+void stageDownload(const fs::path& download, const fs::path& staging, const fs::path& target) {
+    std::error_code moved;
+    fs::rename(download, staging, moved);
+    if (moved) copyToNewFile(download, staging);
+    std::string error;
+    if (!platform::adoptFolderAccess(staging.string(), target.string(), error)) {
+        throw fs::filesystem_error(error, staging, std::make_error_code(std::errc::permission_denied));
     }
 }
 
@@ -66,14 +81,14 @@ FileUpdateResult FileUpdater::installFile(const ManifestFile& file, const std::s
                 impl.logger.debug("Removing leftover staging file: " + staging.string());
                 fs::remove(staging);
             }
-            copyToNewFile(downloadedPath, staging);
+            stageDownload(downloadedPath, staging, target);
             // Point of no return: from here on the target holds the new file.
             replaceWithStaging(staging, target);
         } else {
             fs::copy_file(downloadedPath, target, fs::copy_options::overwrite_existing);
         }
 
-        if (impl.config.deleteTempAfterInstall) fs::remove(downloadedPath);
+        if (impl.config.deleteTempAfterInstall) fs::remove(downloadedPath);  // left only by a copy
         result.success = true;
         impl.logger.debug("Installed file: " + file.name + " to " + target.string());
     } catch (const std::exception& error) {

@@ -5,6 +5,7 @@
 
 #include "apply/file_updater_impl.hpp"
 #include "platform/clean_text.hpp"
+#include "platform/private_files.hpp"
 
 namespace velk::updater {
 
@@ -38,7 +39,11 @@ bool FileUpdater::initialize() {
             return false;
         }
         fs::create_directories(layout.backupDirectory());
-        fs::create_directories(layout.downloadDirectory());
+        std::string error;
+        if (!platform::preparePrivateFolder(layout.downloadDirectory(), error)) {
+            logger.error("Failed to prepare the download folder: " + error);
+            return false;
+        }
         logger.info("FileUpdater initialized successfully");
         logger.info("Install directory: " + installDirectory);
         return true;

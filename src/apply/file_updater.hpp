@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "delivery/retry.hpp"
 #include "http/http_client.hpp"
 #include "installation/layout.hpp"
 #include "logging/logger.hpp"
@@ -22,6 +23,8 @@ struct FileUpdaterConfig {
     bool deleteTempAfterInstall = true;
     std::vector<std::string> baseUrls;  // tried in order for every file
     bool tryArchiveFirst = true;
+    std::uint32_t maxRetries = 3;  // further attempts of a transient failure, per source
+    TransferPolicy transfer;      // waits, their budget and the speed floor (its retries set above)
 };
 
 struct UpdateProgress {

@@ -13,7 +13,13 @@ struct FileUpdater::Impl {
     Impl(const FileUpdaterConfig& config, HttpClient& httpClient, Logger& logger)
         : config(config),
           logger(logger),
-          downloader({config.baseUrls, config.tryArchiveFirst}, config.layout, httpClient, logger) {}
+          downloader(deliveryConfig(config), config.layout, httpClient, logger) {}
+
+    static DeliveryConfig deliveryConfig(const FileUpdaterConfig& config) {
+        DeliveryConfig delivery{config.baseUrls, config.tryArchiveFirst, config.transfer};
+        delivery.policy.maxRetries = config.maxRetries;
+        return delivery;
+    }
 
     FileUpdaterConfig config;
     Logger& logger;

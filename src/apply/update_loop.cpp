@@ -3,7 +3,6 @@
 
 #include "apply/file_updater.hpp"
 #include "apply/file_updater_impl.hpp"
-#include "platform/volumes.hpp"
 
 namespace velk::updater {
 namespace {
@@ -12,14 +11,11 @@ namespace fs = std::filesystem;
 
 }  // namespace
 
-// Counts every copy an update makes, not only the new files: on the installation's volume
-// the staging copies and the backups of the installed copies they replace (which stay until
-// the rename), and in the download folder the largest download beside the entry taken out of
-// its archive.
+// Counts every copy an update makes on the installation's volume, which holds the download
+// folder too: the new files (each download becomes its staging copy), the backups of the
+// installed copies they replace, and the largest archive beside the entry taken out of it.
 bool FileUpdater::hasRoomFor(const std::vector<ManifestFile>& downloads) {
     const InstallationLayout& layout = impl_->config.layout;
-    const std::string& installDirectory = layout.installDirectory();
-    const std::string& downloadDirectory = layout.downloadDirectory();
     std::uint64_t installBytes = 0;
     std::uint64_t largest = 0;
     for (const auto& file : downloads) {
@@ -29,17 +25,7 @@ bool FileUpdater::hasRoomFor(const std::vector<ManifestFile>& downloads) {
         const std::uintmax_t installed = fs::file_size(layout.targetFile(file.target_path), absent);
         if (impl_->config.createBackups && file.backup && !absent) installBytes += installed;
     }
-    const std::uint64_t tempBytes = 2 * largest;
-    if (platform::sameVolume(installDirectory, downloadDirectory)) {
-        return hasEnoughDiskSpace(installBytes + tempBytes);
-    }
-    if (!hasEnoughDiskSpace(installBytes)) return false;
-    try {
-        return fs::space(downloadDirectory).available >= tempBytes;
-    } catch (const std::exception& error) {
-        impl_->logger.warning(std::string("Failed to check disk space: ") + error.what());
-        return true;
-    }
+    return hasEnoughDiskSpace(installBytes + largest);
 }
 
 FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {

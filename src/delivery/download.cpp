@@ -1,9 +1,11 @@
 #include "delivery/download.hpp"
 
 #include <chrono>
+#include <thread>
 
 #include "common/text.hpp"
 #include "crypto/crypto_utils.hpp"
+#include "delivery/partial_download.hpp"
 #include "delivery/url_candidates.hpp"
 #include "platform/containment.hpp"
 #include "platform/zip_extract.hpp"
@@ -12,8 +14,6 @@ namespace velk::updater {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool isSuccessStatus(int status) { return status >= 200 && status <= 299; }
 
 void logDownloadStart(Logger& logger, const ManifestFile& file, const std::string& tempPath) {
     logger.info("=== Download Debug Info ===");
@@ -30,13 +30,13 @@ std::string attemptsText(const std::vector<std::string>& urls) {
     return text;
 }
 
-// Takes the wanted file out of the downloaded archive: the archive is set aside, the one
-// entry written to the temporary path in its place (bounded by the entry's size), and the
+// Takes the wanted file out of the downloaded archive: the one entry is written to the
+// temporary path (bounded by the entry's size), and the
 // archive removed, so nothing else of it ever reaches the disk.
 void extractArchive(const ManifestFile& file, const std::string& tempPath, Delivery& result, Logger& logger) {
     try {
         const std::string archivePath = InstallationLayout::archiveFile(tempPath);
-        fs::rename(tempPath, archivePath);
+        fs::remove(tempPath);
         const platform::ZipEntryStatus status = platform::extractZipEntry(archivePath, file.name, tempPath, file.size);
         std::error_code ignored;
         fs::remove(archivePath, ignored);
@@ -89,23 +89,24 @@ void checkSize(const ManifestFile& file, Delivery& result, Logger& logger) {
 }  // namespace
 
 HttpResponse fetchFile(HttpClient& http, const InstallationLayout& layout, const std::string& url,
-                       const std::string& path, std::uint64_t maxBytes, platform::Sha256* digest) {
-    // Whatever is at the path goes first: a link planted there (the temporary folder is
-    // shared) must not carry the download elsewhere. Only the updater's folders take files.
-    std::error_code ignored;
-    fs::remove(path, ignored);
+                       const std::string& path, std::uint64_t maxBytes) {
+    HttpResponse refused;
     if (!platform::isInsideFolder(layout.downloadDirectory(), path) &&
         !platform::isInsideFolder(layout.installDirectory(), path)) {
-        HttpResponse refused;
         refused.error = "Download path lies outside the updater's folders: " + path;
         return refused;
     }
-    return http.download(url, path, nullptr, {}, maxBytes, digest);
+    PartialDownload body({path, "", url, 0, "", maxBytes});
+    if (!body.open(refused.error)) return refused;
+    HttpResponse response = http.download(url, body, {}, {maxBytes});
+    body.finish();
+    if (!body.failure().empty()) response.error = body.failure();
+    return response;
 }
 
 Downloader::Downloader(const DeliveryConfig& config, const InstallationLayout& layout, HttpClient& http,
                        Logger& logger)
-    : config_(config), layout_(layout), http_(http), logger_(logger) {}
+    : config_(config), layout_(layout), http_(http), logger_(logger), waitLeft_(config.policy.waitBudget) {}
 
 void Downloader::keepDigest(const std::string& path, const std::optional<platform::Sha256Digest>& digest) {
     keptDigest_.reset();
@@ -135,7 +136,6 @@ Delivery Downloader::download(const ManifestFile& file) {
     result.path = layout_.downloadFile(file.name);
     logDownloadStart(logger_, file, result.path);
     keptDigest_.reset();
-    if (config_.baseUrls.empty()) return downloadDirect(file, std::move(result));
 
     std::optional<platform::Sha256Digest> digest;
     const std::string url = fetchFirstAnswer(file, start, result, digest);
@@ -143,7 +143,7 @@ Delivery Downloader::download(const ManifestFile& file) {
     logger_.info("Download succeeded from: " + url);
     result.success = true;
     // Only the lower-case suffix names an archive, as the candidates are formed.
-    if (url.ends_with(kArchiveSuffix)) {
+    if (!config_.baseUrls.empty() && url.ends_with(kArchiveSuffix)) {
         // The digest of the archive says nothing about the file taken out of it.
         extractArchive(file, result.path, result, logger_);
         if (!result.success) return result;
@@ -154,48 +154,100 @@ Delivery Downloader::download(const ManifestFile& file) {
     return result;
 }
 
-Delivery Downloader::downloadDirect(const ManifestFile& file, Delivery result) {
-    platform::Sha256 digest;
-    const HttpResponse response = fetchFile(http_, layout_, file.url, result.path, file.size, &digest);
-    if (isSuccessStatus(response.statusCode) && fs::exists(result.path)) {
-        result.success = true;
-        result.bytesDownloaded = response.bytesDownloaded;
-        keepDigest(result.path, digest.finish());
-    } else {
-        result.errorMessage = "Direct download failed: " + response.error;
-    }
-    return result;
-}
-
 std::string Downloader::fetchFirstAnswer(const ManifestFile& file, std::chrono::steady_clock::time_point start,
                                          Delivery& result, std::optional<platform::Sha256Digest>& plainDigest) {
-    UrlCandidateGenerator candidates(config_.baseUrls, config_.tryArchiveFirst);
-    candidates.reset(file.url, file.name);
-    std::string url;
-    bool isArchive = false;
-    while (candidates.next(url, isArchive)) {
-        // A fresh digest per attempt: every attempt rewrites the file from its start.
-        platform::Sha256 digest;
-        const std::uint64_t limit = isArchive ? archiveSizeLimit(file.size) : file.size;
-        const HttpResponse response = fetchFile(http_, layout_, url, result.path, limit, &digest);
-        if (!isSuccessStatus(response.statusCode)) {
-            logger_.warning("Download attempt failed: " + url + " => " + response.error + " (" +
-                            std::to_string(response.statusCode) + ")");
-            continue;
-        }
-        result.downloadTimeMs = millisecondsSince(start);
-        result.bytesDownloaded = response.bytesDownloaded;
-        if (!fs::exists(result.path)) {
-            logger_.error("Downloaded file missing after success: " + result.path);
-            continue;
-        }
-        plainDigest = digest.finish();
-        return url;
+    std::vector<Candidate> candidates;
+    if (config_.baseUrls.empty()) {
+        candidates.push_back({file.url, false, true});
+    } else {
+        UrlCandidateGenerator generator(config_.baseUrls, config_.tryArchiveFirst);
+        generator.reset(file.url, file.name);
+        Candidate next;
+        while (generator.next(next.url, next.isArchive)) candidates.push_back(next);
     }
-    std::error_code ignored;
-    fs::remove(result.path, ignored);  // the last error page or cut-off body
-    result.errorMessage = attemptsText(candidates.attemptedUrls());
+    for (std::size_t i = 0; i < candidates.size(); ++i) {
+        Candidate& candidate = candidates[i];
+        candidate.last = i + 1 == candidates.size();
+        if (unreachable_.contains(sourceOf(candidate.url))) {
+            logger_.warning("Skipping unreachable source: " + candidate.url);
+            continue;
+        }
+        if (fetchCandidate(file, candidate, result.path, result, plainDigest)) {
+            result.downloadTimeMs = millisecondsSince(start);
+            return candidate.url;
+        }
+    }
+    std::vector<std::string> tried;
+    for (const auto& candidate : candidates) tried.push_back(candidate.url);
+    result.errorMessage = config_.baseUrls.empty() ? "Direct download failed: " + result.errorMessage : attemptsText(tried);
     return {};
+}
+
+bool Downloader::fetchCandidate(const ManifestFile& file, const Candidate& candidate, const std::string& downloadPath,
+                                Delivery& result, std::optional<platform::Sha256Digest>& plainDigest) {
+    const TransferPolicy& policy = config_.policy;
+    const std::string path =
+        candidate.isArchive ? InstallationLayout::archiveFile(downloadPath) : InstallationLayout::partialFile(downloadPath);
+    const std::string record = candidate.isArchive ? "" : InstallationLayout::resumeRecord(path);
+    const std::uint64_t limit = candidate.isArchive ? archiveSizeLimit(file.size) : file.size;
+    // The last candidate keeps any speed above a stall, so that a slow line still completes.
+    const DownloadLimits limits = candidate.last ? DownloadLimits{limit}
+                                                 : DownloadLimits{limit, policy.minBytesPerSecond, policy.slowWindowSeconds};
+    for (std::uint32_t retry = 0;; ++retry) {
+        PartialDownload body({path, record, candidate.url, file.size, file.sha256, limit});
+        std::string error;
+        if (!body.open(error)) {
+            logger_.error("Cannot write the download: " + error);
+            return false;
+        }
+        if (body.continuedFrom() > 0) {
+            logger_.info("Resuming download of " + file.name + " at byte " + std::to_string(body.continuedFrom()));
+        }
+        HttpResponse response = http_.download(candidate.url, body, body.requestHeaders(), limits);
+        const std::optional<platform::Sha256Digest> digest = body.finish();
+        if (!body.failure().empty()) response.error = body.failure();
+        const Verdict verdict = judge(response);
+        if (verdict == Verdict::Success) {
+            body.complete();
+            result.bytesDownloaded = response.bytesDownloaded;
+            if (!candidate.isArchive) {
+                fs::rename(path, downloadPath);
+                plainDigest = digest;
+            }
+            return true;
+        }
+        if (response.tooSlow) {
+            logger_.warning("Download too slow: " + candidate.url + " (" + std::to_string(response.bytesPerSecond) +
+                            " bytes/s), trying the next source");
+        }
+        if (!body.continuable()) body.discard();
+        if (verdict == Verdict::Retry && retry < policy.maxRetries && waitToRetry(retry, response, candidate.url)) continue;
+        logger_.warning("Download attempt failed: " + candidate.url + " => " + response.error + " (" +
+                        std::to_string(response.statusCode) + ")");
+        result.errorMessage = response.error;
+        if (response.unreachable) unreachable_.insert(sourceOf(candidate.url));
+        return false;
+    }
+}
+
+std::string Downloader::sourceOf(const std::string& url) const {
+    std::string source = splitUrl(url).first;
+    for (const auto& base : config_.baseUrls) {
+        const std::string trimmed = base.substr(0, base.find_last_not_of('/') + 1);
+        if (url.starts_with(trimmed + "/") && trimmed.size() > source.size()) source = trimmed;
+    }
+    return source;
+}
+
+bool Downloader::waitToRetry(std::uint32_t retry, const HttpResponse& response, const std::string& url) {
+    const double fraction = static_cast<double>(CryptoUtils::randomUniform(1000)) / 1000.0;
+    const std::chrono::milliseconds wait = retryDelay(config_.policy, retry, response.retryAfter, fraction);
+    if (wait > waitLeft_) return false;
+    waitLeft_ -= wait;
+    logger_.warning("Download attempt failed: " + url + " => " + response.error + " (" +
+                    std::to_string(response.statusCode) + "), retrying in " + std::to_string(wait.count()) + " ms");
+    std::this_thread::sleep_for(wait);
+    return true;
 }
 
 }  // namespace velk::updater

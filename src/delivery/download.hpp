@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "delivery/retry.hpp"
 #include "http/http_client.hpp"
 #include "installation/layout.hpp"
 #include "logging/logger.hpp"
@@ -21,6 +23,7 @@ namespace velk::updater {
 struct DeliveryConfig {
     std::vector<std::string> baseUrls;  // tried in order for every file
     bool tryArchiveFirst = true;
+    TransferPolicy policy;
 };
 
 // What the download of one entry brought.
@@ -32,14 +35,12 @@ struct Delivery {
     std::uint64_t downloadTimeMs = 0;
 };
 
-// Streams `url` into `path`, replacing it: the one transfer every downloaded file goes
-// through. Whatever lies at `path` is removed first, and only a path inside the layout's
-// download or installation folder is written. An error page lands in the file too; the
-// status is the caller's to judge. A body longer than `maxBytes` (when above 0) fails the
-// transfer as soon as it passes it. `digest`, when given, is fed every byte that reaches
-// the file.
+// Streams `url` into a new file at `path` in one attempt. Whatever lies at `path` is removed
+// first, and only a path inside the layout's download or installation folder is written. An
+// error page is read and dropped; the status is the caller's to judge. A body longer than
+// `maxBytes` (when above 0) fails the transfer as soon as it passes it.
 HttpResponse fetchFile(HttpClient& http, const InstallationLayout& layout, const std::string& url,
-                       const std::string& path, std::uint64_t maxBytes, platform::Sha256* digest = nullptr);
+                       const std::string& path, std::uint64_t maxBytes);
 
 class Downloader {
 public:
@@ -47,7 +48,10 @@ public:
 
     // Downloads the entry into the layout's download file: the archive and then the plain
     // file at every base in turn (the entry's own URL when there is no base), until one
-    // answers; an archive's entry is then taken out, bounded by the entry's size.
+    // answers; an archive's entry is then taken out, bounded by the entry's size. A transient
+    // failure is tried again on the same candidate with a growing wait, a plain file's
+    // partial continued where it stopped; a source that cannot be reached is skipped for the
+    // rest of the run, and one under the speed floor is left while another remains.
     Delivery download(const ManifestFile& file);
 
     // The digest taken while the last plain download was written, so that its verification
@@ -64,12 +68,24 @@ private:
         std::string sha256;
     };
 
-    // The entry's own URL, when there is no base to try.
-    Delivery downloadDirect(const ManifestFile& file, Delivery result);
-    // Tries the candidates in order into `result.path`; the URL that answered, with the
-    // digest of what it wrote, or empty (the attempts in `result`) when none did.
+    struct Candidate {
+        std::string url;
+        bool isArchive = false;
+        bool last = false;  // no other candidate remains: any speed above a stall will do
+    };
+
+    // Tries the candidates in order; the URL that answered, with the digest of the plain
+    // file it wrote to `result.path` (an archive to its archive path), or empty (the attempts
+    // in `result`) when none did.
     std::string fetchFirstAnswer(const ManifestFile& file, std::chrono::steady_clock::time_point start,
                                  Delivery& result, std::optional<platform::Sha256Digest>& plainDigest);
+    // One candidate with its retries; true when it delivered.
+    bool fetchCandidate(const ManifestFile& file, const Candidate& candidate, const std::string& downloadPath,
+                        Delivery& result, std::optional<platform::Sha256Digest>& plainDigest);
+    // The base a candidate came from (the URL's origin for an entry's own URL).
+    std::string sourceOf(const std::string& url) const;
+    // Waits before retry `retry` when the policy and the run's wait budget allow one.
+    bool waitToRetry(std::uint32_t retry, const HttpResponse& response, const std::string& url);
     void keepDigest(const std::string& path, const std::optional<platform::Sha256Digest>& digest);
 
     DeliveryConfig config_;
@@ -77,6 +93,8 @@ private:
     HttpClient& http_;
     Logger& logger_;
     std::optional<KeptDigest> keptDigest_;
+    std::chrono::milliseconds waitLeft_;  // what is left of the run's wait budget
+    std::set<std::string> unreachable_;   // sources that could not be reached in this run
 };
 
 }  // namespace velk::updater

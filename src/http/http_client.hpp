@@ -7,8 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/sha256.hpp"
-
 namespace velk::updater {
 
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
@@ -36,6 +34,46 @@ struct HttpResponse {
     std::string body;             // in-memory requests only
     std::uint64_t elapsedMs = 0;
     std::uint64_t bytesDownloaded = 0;
+    // A failure worth another attempt: no connection, a reset, a timeout, a cut or stalled body.
+    bool transient = false;
+    // No connection could be made at all (refused, unresolved, timed out while connecting).
+    bool unreachable = false;
+    // A download abandoned for staying under its speed floor, at the average speed it had.
+    bool tooSlow = false;
+    std::uint64_t bytesPerSecond = 0;
+    // The receiver of a download stopped it; its own record says why.
+    bool stoppedByReceiver = false;
+    std::string retryAfter;  // the answer's Retry-After header, as sent
+};
+
+// The final answer of a download as its headers describe it, empty where a header is absent.
+struct HttpAnswer {
+    std::int32_t statusCode = 0;
+    std::string contentRange;
+    std::string etag;
+    std::string lastModified;
+    std::string retryAfter;
+};
+
+// Where a download's body goes. The client only moves bytes; the receiver decides what to
+// keep and when to stop.
+class DownloadSink {
+public:
+    virtual ~DownloadSink() = default;
+    // Once the final answer's headers are in, before its first byte (also when it has none).
+    // False stops the transfer.
+    virtual bool begin(const HttpAnswer& answer) = 0;
+    // False stops the transfer.
+    virtual bool write(const char* data, std::size_t size) = 0;
+};
+
+struct DownloadLimits {
+    // An answer announcing a longer body is refused before its first byte (0: no limit).
+    std::uint64_t maxBytes = 0;
+    // A transfer whose average speed stays below this for `slowSeconds` is abandoned; at 1 it
+    // is the stall limit, with `slowSeconds` 0 meaning the configured request limit.
+    std::uint64_t minBytesPerSecond = 1;
+    std::uint64_t slowSeconds = 0;
 };
 
 // Bytes received so far, the expected total and the whole percentage.
@@ -53,14 +91,9 @@ public:
     bool initialize();
     // Fetches a URL into memory.
     HttpResponse get(const std::string& url, const HttpHeaders& headers);
-    // Streams a URL into a file, replacing its content; an error page lands in the file too.
-    // With `maxBytes` above 0 the transfer fails as soon as the body passes it, or at once
-    // when the server announces more. Every byte written to the file is also fed to
-    // `digest`, when given, so the file need not be read again to be hashed; the digest
-    // covers exactly what the file holds afterwards.
-    HttpResponse download(const std::string& url, const std::string& outputPath, const DownloadProgress& progress,
-                          const HttpHeaders& headers, std::uint64_t maxBytes = 0,
-                          platform::Sha256* digest = nullptr);
+    // Streams a URL into `sink`, error pages included: the status is the receiver's to judge.
+    HttpResponse download(const std::string& url, DownloadSink& sink, const HttpHeaders& headers,
+                          const DownloadLimits& limits = {}, const DownloadProgress& progress = {});
 
 private:
     struct Impl;

@@ -56,8 +56,6 @@ std::string getDefaultInstallDirectory() {
     return "C:\\Program Files\\VELK";
 }
 
-std::string getTempDirectory() { return fs::temp_directory_path().string(); }
-
 ValidationResult validateInstallation(const InstallationLayout& layout) {
     const std::string& installDirectory = layout.installDirectory();
     if (installDirectory.empty()) return failure("Installation directory is empty");

@@ -11,8 +11,6 @@ namespace velk::updater {
 std::string getRegistryInstallPath();
 // The registry's path, else Program Files + "\VELK", else "C:\Program Files\VELK".
 std::string getDefaultInstallDirectory();
-// The system's temporary directory; throws the filesystem error when there is none.
-std::string getTempDirectory();
 
 // The installation folder exists, holds the product's required files and can be written
 // to. Leaves nothing behind but may briefly create the layout's write-test file.

@@ -11,10 +11,10 @@ namespace velk::updater {
 
 namespace fs = std::filesystem;
 
-InstallationLayout::InstallationLayout(std::string installDirectory, std::string downloadDirectory)
+InstallationLayout::InstallationLayout(std::string installDirectory)
     : installDirectory_(std::move(installDirectory)),
       backupDirectory_(installDirectory_ + "/backup"),
-      downloadDirectory_(std::move(downloadDirectory)) {}
+      downloadDirectory_(platform::joinPath(installDirectory_, ".velk_downloads")) {}
 
 std::string InstallationLayout::logDirectory() const { return platform::joinPath(installDirectory_, "logs"); }
 
@@ -51,6 +51,8 @@ std::string InstallationLayout::selfUpdateFile(const std::string& name) const {
     return platform::joinPath(installDirectory_, name + kSelfUpdateSuffix);
 }
 
-std::string InstallationLayout::partialFile(const std::string& file) { return file + ".partial"; }
+std::string InstallationLayout::partialFile(const std::string& file) { return file + kPartialSuffix; }
+
+std::string InstallationLayout::resumeRecord(const std::string& partialFile) { return partialFile + kResumeSuffix; }
 
 }  // namespace velk::updater

@@ -14,16 +14,20 @@ inline constexpr const char* kDownloadSuffix = ".tmp";
 inline constexpr const char* kArchiveSuffix = ".zip";
 inline constexpr const char* kStagingSuffix = ".staging";
 inline constexpr const char* kSelfUpdateSuffix = "_temp";
+inline constexpr const char* kPartialSuffix = ".partial";
+inline constexpr const char* kResumeSuffix = ".resume";
 
 class InstallationLayout {
 public:
     InstallationLayout() = default;
-    // `downloadDirectory` is where downloads wait for their verification.
-    InstallationLayout(std::string installDirectory, std::string downloadDirectory);
+    explicit InstallationLayout(std::string installDirectory);
 
     const std::string& installDirectory() const { return installDirectory_; }
     // "<installation>/backup", with a forward slash, where backups have always been kept.
     const std::string& backupDirectory() const { return backupDirectory_; }
+    // The updater's private folder inside the installation, where downloads wait for their
+    // verification: on the installation's volume, so that a verified file moves into place
+    // by a rename, and closed to everyone but the administrator.
     const std::string& downloadDirectory() const { return downloadDirectory_; }
     std::string logDirectory() const;
     std::string logFile() const;
@@ -45,6 +49,8 @@ public:
     // and the partial file it streams into first.
     std::string selfUpdateFile(const std::string& name) const;
     static std::string partialFile(const std::string& file);
+    // What identifies a download's partial, so that a later attempt can continue it.
+    static std::string resumeRecord(const std::string& partialFile);
 
 private:
     std::string installDirectory_;

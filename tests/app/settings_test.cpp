@@ -18,7 +18,7 @@ protected:
 };
 
 TEST_F(SettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
-    const InstallationLayout layout("/opt/VELK", "/tmp");
+    const InstallationLayout layout("/opt/VELK");
     UpdaterConfig options;
     LoggerConfig config = makeLoggerConfig(options, layout);
     EXPECT_EQ(config.sinks, 15u);
@@ -57,7 +57,7 @@ TEST_F(SettingsTest, InstallationComesFromTheOptionsElseTheRegistry) {
     options.installDir = "/opt/VELK";
     const InstallationLayout layout = makeInstallationLayout(options);
     EXPECT_EQ(layout.installDirectory(), "/opt/VELK");
-    EXPECT_EQ(layout.downloadDirectory(), std::filesystem::temp_directory_path().string());
+    EXPECT_EQ(layout.downloadDirectory(), "/opt/VELK/.velk_downloads");
     EXPECT_EQ(makeFileUpdaterConfig(layout).layout.backupDirectory(), "/opt/VELK/backup");
     EXPECT_EQ(makeSelfUpdaterConfig(layout).installDirectory, "/opt/VELK");
 }

@@ -11,6 +11,7 @@
 #include "release/path_rules.hpp"
 #include "platform/process.hpp"
 #include "support/http_test_server.hpp"
+#include "support/quick_retries.hpp"
 #include "support/digest.hpp"
 #include "support/log_capture.hpp"
 
@@ -33,6 +34,7 @@ protected:
     void TearDown() override { CryptoUtils::cleanup(); }
 
     fs::path installDir() const { return root() / "install"; }
+    fs::path downloadDir() const { return installDir() / ".velk_downloads"; }
     void registry(const std::string& productValues, const std::string& extraKeys = "") {
         test::writeRegistry(root(), std::string(test::kProductKeyHeader) + productValues + "\n" + extraKeys);
     }
@@ -54,8 +56,9 @@ protected:
     UpdateClient& client() {
         if (!client_) {
             FileUpdaterConfig files;
-            files.layout = InstallationLayout(installDir().string(), tmp_.str());
+            files.layout = InstallationLayout(installDir().string());
             files.baseUrls = {server_.url("/cdn"), server_.url("/mirror"), server_.url("/origin")};
+            files.transfer = test::quickRetries();
             ManifestVerifierConfig verifier;
             verifier.currentVersion = getInstalledVersion().empty() ? "0.0.0" : getInstalledVersion();
             verifier.currentBuildNumber = getInstalledBuildNumber().empty() ? "0" : getInstalledBuildNumber();

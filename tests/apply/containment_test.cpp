@@ -1,5 +1,5 @@
 // A hostile manifest or a link planted on disk cannot make the updater write or delete
-// anything outside the installation, backup and temporary folders.
+// anything outside the installation and its own folders.
 #include "client_fixture.hpp"
 
 namespace velk::updater {
@@ -32,13 +32,23 @@ TEST_F(ContainmentTest, ArbitraryDeletionThroughALinkedFolderIsRefused) {
     EXPECT_EQ(getInstalledVersion(), "1.0.0");
 }
 
-TEST_F(ContainmentTest, ArbitraryInstallationThroughALinkPlantedInTheTemporaryFolderIsRefused) {
-    // A dangling link where the download would go: following it would create the file.
-    fs::create_symlink(outside() / "planted", tmp_.path() / "VELK.dll.tmp");
+// Another account can create any name in the shared temporary folder before a run: a file
+// it owns (and may change between the check and the installation) or a link into the
+// system. None is written through, deleted or installed: downloads never go there.
+TEST_F(ContainmentTest, PlantedDownloadFile) {
+    const std::vector<std::string> names = {"VELK.dll.tmp", "VELK.dll.tmp.zip", "VELK.dll.tmp.partial"};
+    for (const auto& name : names) {
+        test::writeFile(tmp_.path() / name, "attacker's bytes");
+        fs::create_symlink(outside() / "victim", tmp_.path() / ("link-" + name));
+    }
+    fs::create_symlink(outside() / "planted", tmp_.path() / "VELK.dll");
     json entry = publish("VELK.dll", "new library");
     EXPECT_TRUE(client().processManifest(manifest("2.0.0", "1", {entry})));
-    EXPECT_FALSE(fs::exists(outside() / "planted"));
     EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "new library");
+    for (const auto& name : names) EXPECT_EQ(test::readFile(tmp_.path() / name), "attacker's bytes") << name;
+    EXPECT_EQ(test::readFile(outside() / "victim"), "precious");
+    EXPECT_FALSE(fs::exists(outside() / "planted"));
+    EXPECT_EQ(fs::status(downloadDir()).permissions() & fs::perms::mask, fs::perms::owner_all);
 }
 
 }  // namespace

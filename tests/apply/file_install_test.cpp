@@ -7,7 +7,7 @@ class InstallationTest : public FileUpdaterTest {
 protected:
     // A downloaded file in the temporary directory, as the download leaves it.
     std::string downloaded(const std::string& name, const std::string& content) {
-        const fs::path path = temp_ / (name + ".tmp");
+        const fs::path path = downloads() / (name + ".tmp");
         test::writeFile(path, content);
         return path.string();
     }

@@ -8,6 +8,7 @@
 #include "crypto/crypto_utils.hpp"
 #include "http/http_client.hpp"
 #include "support/http_test_server.hpp"
+#include "support/quick_retries.hpp"
 #include "support/log_capture.hpp"
 #include "support/manifest_entry.hpp"
 
@@ -24,13 +25,14 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(CryptoUtils::initialize());
         config_.baseUrls = {server_.url("/cdn"), server_.url("/mirror/"), server_.url("/origin")};
+        config_.transfer = test::quickRetries();
         ASSERT_TRUE(http_.initialize());
     }
     void TearDown() override { CryptoUtils::cleanup(); }
 
     FileUpdater& updater() {
         if (!updater_) {
-            config_.layout = InstallationLayout(install_.string(), temp_.string());
+            config_.layout = InstallationLayout(install_.string());
             updater_ = std::make_unique<FileUpdater>(config_, http_, log_.logger());
             EXPECT_TRUE(updater_->initialize());
         }
@@ -42,9 +44,9 @@ protected:
     test::HttpTestServer server_;
     test::LogCapture log_;
     HttpClient http_{HttpConfig{}};
-    // The installation and download folders; the layout is made of them with the updater.
+    // The installation folder; the layout is made of it with the updater.
     fs::path install_ = dir_ / "install";
-    fs::path temp_ = dir_ / "temp";
+    fs::path downloads() const { return install_ / ".velk_downloads"; }
     FileUpdaterConfig config_;
     std::unique_ptr<FileUpdater> updater_;
 };

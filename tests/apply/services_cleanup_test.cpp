@@ -84,7 +84,7 @@ TEST_F(CleanupTest, LeftoversByName) {
          {"VELK.dll.staging", "my-velk-file.staging", "libcurl.dll.staging"},
          {"notes.staging", "VELK.dll.STAGING", "VELK.staging/"},
          "[INFO] Cleaned up 3 leftover staging files"},
-        {tmp_.path(),
+        {downloadDir(),
          {"VELKsetup.tmp", "zlib1.dll.tmp"},
          {"oldVELK.tmp", "velk_x.tmp", "other.tmp", "VELKdir.tmp/"},
          "[INFO] Cleaned up 2 leftover temporary files"},

@@ -83,7 +83,7 @@ TEST_F(UpdateFilesTest, DownloadThatFailsVerificationIsNeverInstalled) {
     EXPECT_EQ(results[0].errorMessage, "File integrity check failed");
     EXPECT_EQ(results[0].filePath, "VELK.dll");
     EXPECT_FALSE(fs::exists(installed("VELK.dll")));
-    EXPECT_FALSE(fs::exists(temp_ / "VELK.dll.tmp"));
+    EXPECT_FALSE(fs::exists(downloads() / "VELK.dll.tmp"));
     EXPECT_TRUE(log_.contains("[ERROR] [FAILED] SHA256 verification FAILED"));
     EXPECT_TRUE(log_.contains("[ERROR] Failed to update file VELK.dll: File integrity check failed"));
     EXPECT_TRUE(log_.contains("[INFO] File update completed: 0 successful, 1 failed"));
@@ -131,27 +131,18 @@ TEST_F(UpdateFilesTest, NotEnoughSpaceStopsBeforeAnyDownload) {
     EXPECT_TRUE(progressLines.empty());
 }
 
-// The new file alone would fit; with its download and unpacked copy on the same small
-// volume it would not, and the update stops before it begins.
-TEST_F(UpdateFilesTest, DiskSpaceCountsTheTemporaryCopies) {
+// The download folder lies on the installation's volume: the new file (which becomes its
+// staging copy) and the archive it may arrive in must both fit there, with the backup of
+// the installed copy, which stays.
+TEST_F(UpdateFilesTest, DiskSpaceCountsTheArchiveAndTheBackup) {
     if (!onSmallVolume()) GTEST_SKIP() << "cannot mount a small tmpfs here: " << std::strerror(errno);
-    const ManifestFile file = entry("VELK.dll", std::string(25000, 'n'));
-    const bool fitsWithTempElsewhere = updater().hasRoomFor({file});
-    temp_ = volume_ / "tmp";
-    updater_.reset();
-    const auto results = updater().updateFiles(manifestOf({file}), recorder());
-    EXPECT_TRUE(fitsWithTempElsewhere);
-    ASSERT_EQ(results.size(), 1u);
-    EXPECT_EQ(results[0].errorMessage, "Insufficient disk space");
-    EXPECT_TRUE(server_.requests().empty());
-    // Three copies in all: the staging copy, the download and the unpacked entry.
-    const std::uint64_t third = fs::space(volume_).available / 3;
-    EXPECT_TRUE(updater().hasRoomFor({entry("VELK.dll", std::string(third, 'n'))}));
-    EXPECT_FALSE(updater().hasRoomFor({entry("VELK.dll", std::string(third + 1, 'n'))}));
+    updater();
+    const std::uint64_t half = fs::space(volume_).available / 2;
+    EXPECT_TRUE(updater().hasRoomFor({entry("VELK.dll", std::string(half, 'n'))}));
+    EXPECT_FALSE(updater().hasRoomFor({entry("VELK.dll", std::string(half + 1, 'n'))}));
 
-    // A backup of the installed copy, which stays until the rename, counts too.
     test::writeFile(installed("VELK.dll"), std::string(4096, 'o'));
-    ManifestFile backedUp = entry("VELK.dll", std::string(fs::space(volume_).available / 3, 'n'));
+    ManifestFile backedUp = entry("VELK.dll", std::string(fs::space(volume_).available / 2, 'n'));
     EXPECT_TRUE(updater().hasRoomFor({backedUp}));
     backedUp.backup = true;
     EXPECT_FALSE(updater().hasRoomFor({backedUp}));
@@ -172,14 +163,14 @@ TEST_F(UpdateFilesTest, ProgressLinePrintsOneFinishedLine) {
 
 TEST_F(UpdateFilesTest, PurgeRemovesOnlyProductDownloads) {
     for (const char* name : {"VELK.dll.tmp", "VELKfoo.tmp", "other.tmp", "velk.dll.tmp", "VELK.dll.tmp.bak"}) {
-        test::writeFile(temp_ / name, "x");
+        test::writeFile(downloads() / name, "x");
     }
-    fs::create_directories(temp_ / "VELK.tmp");
+    fs::create_directories(downloads() / "VELK.tmp");
     EXPECT_TRUE(updater().purgeTempFiles());
     for (const char* kept : {"other.tmp", "velk.dll.tmp", "VELK.dll.tmp.bak", "VELK.tmp"}) {
-        EXPECT_TRUE(fs::exists(temp_ / kept)) << kept;
+        EXPECT_TRUE(fs::exists(downloads() / kept)) << kept;
     }
-    EXPECT_FALSE(fs::exists(temp_ / "VELK.dll.tmp"));
+    EXPECT_FALSE(fs::exists(downloads() / "VELK.dll.tmp"));
     EXPECT_EQ(log_.lines().back(), "[INFO] Cleaned up 2 VELK temporary files");
     EXPECT_TRUE(updater().purgeTempFiles());
     EXPECT_EQ(log_.lines().back(), "[DEBUG] No VELK temporary files found");
@@ -189,35 +180,44 @@ TEST_F(UpdateFilesTest, InitializeCreatesDirectories) {
     install_ = dir_ / "fresh" / "install";
     EXPECT_TRUE(updater().initialize());
     EXPECT_TRUE(fs::is_directory(installed("backup")));
-    EXPECT_TRUE(fs::is_directory(temp_));
+    EXPECT_TRUE(fs::is_directory(downloads()));
+    EXPECT_EQ(fs::status(downloads()).permissions() & fs::perms::mask, fs::perms::owner_all);
     EXPECT_TRUE(log_.contains("[WARNING] Install directory does not exist, creating it: " + install_.string()));
 }
 
-// A plain file where one of the folders belongs fails the start-up.
-TEST_F(UpdateFilesTest, InitializeFailsWhenAFolderCannotBeMade) {
+// A plain file where one of the folders belongs fails the start-up; so does a download
+// folder that is a link (it could lead anywhere) or another account's folder.
+TEST_F(UpdateFilesTest, InitializeFailsWhenAFolderCannotBeMadeOrIsNotPrivate) {
     const fs::path plain = dir_ / "plain";
     test::writeFile(plain, "x");
     const fs::path blockedBackup = dir_ / "blocked";
     test::writeFile(blockedBackup / "backup", "x");
+    const fs::path fileForDownloads = dir_ / "file";
+    test::writeFile(fileForDownloads / ".velk_downloads", "x");
+    const fs::path linked = dir_ / "linked";
+    fs::create_directories(linked);
+    fs::create_directories(dir_ / "elsewhere");
+    fs::create_directory_symlink(dir_ / "elsewhere", linked / ".velk_downloads");
     const struct {
         fs::path install;
-        fs::path temp;
         std::string logged;
     } rows[] = {
-        {plain, temp_, "[ERROR] Install path exists but is not a directory: " + plain.string()},
-        {blockedBackup, temp_, "[ERROR] Failed to initialize FileUpdater: "},
-        {install_, plain, "[ERROR] Failed to initialize FileUpdater: "},
+        {plain, "[ERROR] Install path exists but is not a directory: " + plain.string()},
+        {blockedBackup, "[ERROR] Failed to initialize FileUpdater: "},
+        {fileForDownloads, "[ERROR] Failed to prepare the download folder: " + fileForDownloads.string() +
+                               "/.velk_downloads is not a folder"},
+        {linked, "[ERROR] Failed to prepare the download folder: " + linked.string() + "/.velk_downloads is not a folder"},
     };
     for (const auto& row : rows) {
         FileUpdaterConfig config = config_;
-        config.layout = InstallationLayout(row.install.string(), row.temp.string());
+        config.layout = InstallationLayout(row.install.string());
         FileUpdater blocked(config, http_, log_.logger());
         EXPECT_FALSE(blocked.initialize()) << row.logged;
         EXPECT_EQ(log_.lines().back().rfind(row.logged, 0), 0u) << log_.lines().back();
         EXPECT_TRUE(fs::is_regular_file(plain));
     }
     // The folders are made in order, and a failure stops the rest.
-    EXPECT_FALSE(fs::exists(temp_));
+    EXPECT_FALSE(fs::exists(blockedBackup / ".velk_downloads"));
 }
 
 }  // namespace

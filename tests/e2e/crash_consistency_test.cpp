@@ -65,7 +65,7 @@ TEST_F(CrashConsistencyTest, KilledAtAnyPointEveryFileIsOldOrNewAndARerunComplet
     for (const auto& name : kNames) {
         writeFile(rules(), "/cdn/files/" + name + " stall\n/mirror/files/" + name +
                                " stall\n/origin/files/" + name + " stall\n");
-        const fs::path download = tmp() / (fs::path(name).filename().string() + ".tmp");
+        const fs::path download = downloads() / (fs::path(name).filename().string() + ".tmp.partial");
         EXPECT_TRUE(killWhen([&] { return fs::exists(download); })) << "stalled on " << name;
         expectNoTornFile("downloading " + name);
     }

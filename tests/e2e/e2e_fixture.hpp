@@ -24,7 +24,9 @@ protected:
 
     fs::path root() const { return dir_ / "root"; }
     fs::path installDir() const { return dir_ / "install"; }
+    // The shared temporary folder, which the updater must leave alone, and its own one.
     fs::path tmp() const { return dir_ / "tmp"; }
+    fs::path downloads() const { return installDir() / ".velk_downloads"; }
     fs::path site() const { return dir_ / "site"; }
     fs::path logFile() const { return installDir() / "logs" / "updater.log"; }
 

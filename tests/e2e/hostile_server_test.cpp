@@ -107,7 +107,7 @@ TEST_F(EndlessData, FileDownloadStopsPastTheEntrysSize) {
     expectNothingInstalled(result);
     EXPECT_TRUE(loggedStartingWith("[WARNING] Download attempt failed: " + baseUrl() +
                                    "/origin/files/VELK.dll => "));
-    EXPECT_LT(largestFile(tmp()), 10 + 64 * 1024 + 512 * 1024)
+    EXPECT_LT(largestFile(downloads()), 10 + 64 * 1024 + 512 * 1024)
         << "the zip allowance plus one receive block";
     EXPECT_LT(largestFile(installDir()), kMiB);
 }
@@ -139,7 +139,7 @@ TEST_F(ZipBomb, ExtractionStopsAtTheEntrysSize) {
     const ProcessResult result = runLimited();
     expectNothingInstalled(result);
     EXPECT_TRUE(loggedStartingWith("[ERROR] Failed to update file VELK.dll: "));
-    EXPECT_LT(largestFile(tmp()), 2 * kMiB);
+    EXPECT_LT(largestFile(downloads()), 2 * kMiB);
     EXPECT_LT(largestFile(installDir()), kMiB);
 }
 
@@ -169,12 +169,12 @@ TEST_F(OversizedManifest, IsRefusedWithoutBeingRead) {
 }
 
 // Every file below the test's folder, with its content, except what the updater and the
-// server may write: the installation with its backups and logs, the temporary folder, the
+// server may write: the installation with its backups, logs and downloads, the
 // system root (registry, run lock) and the server's request log.
 class Containment : public HostileServerTest {
   protected:
     std::map<std::string, std::string> outsideFiles() const {
-        const std::vector<fs::path> owned = {installDir(), tmp(), root(), dir_ / "requests.log"};
+        const std::vector<fs::path> owned = {installDir(), root(), dir_ / "requests.log"};
         std::map<std::string, std::string> files;
         for (fs::recursive_directory_iterator it(dir_.path()), end; it != end; ++it) {
             if (std::find(owned.begin(), owned.end(), it->path()) != owned.end()) {
@@ -196,7 +196,7 @@ class Containment : public HostileServerTest {
         const auto before = outsideFiles();
         const ProcessResult result = runLimited();
         EXPECT_EQ(outsideFiles(), before);
-        EXPECT_TRUE(!fs::exists(tmp()) || fs::is_empty(tmp()));
+        EXPECT_TRUE(!fs::exists(downloads()) || fs::is_empty(downloads()));
         EXPECT_EQ(result.exitCode, 0) << result.err;
         EXPECT_FALSE(anyVersionRecorded());
         EXPECT_TRUE(loggedStartingWith(

@@ -153,7 +153,7 @@ TEST_F(UpdateRunTest, ServerFailingMidwayLeavesAConsistentInstallationThatTheNex
     EXPECT_TRUE(versionRecorded("1.0.0"));
     // A failed download reports the temporary file it was writing, the URLs tried on the
     // same log line (their line ends shown escaped).
-    EXPECT_TRUE(loggedStartingWith("[ERROR] [FAILED] Failed: " + (tmp() / "VELK_Service.exe.tmp").string() +
+    EXPECT_TRUE(loggedStartingWith("[ERROR] [FAILED] Failed: " + (downloads() / "VELK_Service.exe.tmp").string() +
                                    " - Download failed after attempts (zip then plain per base):\\n"));
 
     writeFile(rules(), "");

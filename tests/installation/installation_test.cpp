@@ -47,7 +47,7 @@ TEST_F(InstallationTest, DefaultDirectoryIsUnderProgramFilesWithoutARegisteredPa
 
 // The installation's folder; the download folder plays no part in these checks.
 ValidationResult validate(const std::string& directory) {
-    return validateInstallation(InstallationLayout(directory, ""));
+    return validateInstallation(InstallationLayout(directory));
 }
 
 TEST_F(InstallationTest, DirectoryProblemsAreReportedInOrder) {

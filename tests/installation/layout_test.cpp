@@ -10,15 +10,15 @@ namespace {
 // The names other programs and later runs rely on: the windowed updater swaps in "_temp"
 // files, the sweeps find ".staging" and ".tmp" leftovers, the backups sort by their stamp.
 TEST(InstallationLayout, EveryPathOfTheInstallationIsFormedFromItsFolder) {
-    const InstallationLayout layout("/opt/VELK", "/var/tmp");
+    const InstallationLayout layout("/opt/VELK");
     EXPECT_EQ(layout.backupDirectory(), "/opt/VELK/backup");
     EXPECT_EQ(layout.logFile(), "/opt/VELK/logs/updater.log");
     EXPECT_EQ(layout.writeTestFile(), "/opt/VELK/velk_updater_write_test.tmp");
     EXPECT_EQ(layout.productFile("VELK_Sys.inf"), "/opt/VELK/VELK_Sys.inf");
     EXPECT_EQ(layout.targetFile("drivers/VELK_Sys.sys"), "/opt/VELK/drivers/VELK_Sys.sys");
     EXPECT_EQ(InstallationLayout::stagingFile(layout.targetFile("VELK.dll")), "/opt/VELK/VELK.dll.staging");
-    EXPECT_EQ(layout.downloadFile("VELK.dll"), "/var/tmp/VELK.dll.tmp");
-    EXPECT_EQ(InstallationLayout::archiveFile(layout.downloadFile("VELK.dll")), "/var/tmp/VELK.dll.tmp.zip");
+    EXPECT_EQ(layout.downloadFile("VELK.dll"), "/opt/VELK/.velk_downloads/VELK.dll.tmp");
+    EXPECT_EQ(InstallationLayout::archiveFile(layout.downloadFile("VELK.dll")), "/opt/VELK/.velk_downloads/VELK.dll.tmp.zip");
     EXPECT_EQ(layout.selfUpdateFile("libcurl.dll"), "/opt/VELK/libcurl.dll_temp");
     EXPECT_EQ(InstallationLayout::partialFile(layout.selfUpdateFile("zlib1.dll")), "/opt/VELK/zlib1.dll_temp.partial");
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -29,11 +30,16 @@ public:
         Short,     // announces one byte more than `body` holds, then closes
         Stall,     // headers, then nothing until the client leaves or the server stops
         Redirect,  // 302 to `body`
+        Ranged,    // `body` with the ETag `etag`; a "Range: bytes=N-" whose If-Range matches gets the rest
+        Slow,      // `body` at about 2 KiB/s
     };
     struct Answer {
         int status = 200;
         std::string body;
         Kind kind = Kind::Body;
+        std::string etag;        // Ranged: the validator of this copy
+        std::size_t cutAt = 0;   // Ranged: above 0, only this much of the answer is sent, then the connection closes
+        std::string retryAfter;  // sent as Retry-After when not empty
     };
 
     explicit HttpTestServer(std::filesystem::path root = {}) : root_(std::move(root)) {
@@ -56,13 +62,27 @@ public:
 
     void set(const std::string& path, std::string body, int status = 200, Kind kind = Kind::Body) {
         std::lock_guard<std::mutex> lock(mutex_);
-        answers_[path] = Answer{status, std::move(body), kind};
+        // A ranged copy set this way is the first version of its file.
+        answers_[path] = Answer{status, std::move(body), kind, kind == Kind::Ranged ? "\"v1\"" : "", 0, ""};
+    }
+    // Answers queued for `path`, each given once in turn, before its table entry.
+    void queue(const std::string& path, Answer answer) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        queued_[path].push_back(std::move(answer));
     }
     void setEndless(const std::string& path) { set(path, {}, 200, Kind::Endless); }
     void setRedirect(const std::string& path, const std::string& location) { set(path, location, 302, Kind::Redirect); }
 
     std::uint64_t endlessBytesSent() const { return endlessSent_; }
     static constexpr std::uint64_t kEndlessCap = 1ull << 30;
+
+    // Body bytes sent so far by Ranged answers: what a resumed download cost.
+    std::uint64_t rangedBytesSent() const { return rangedSent_; }
+    // Every Range header received, in order ("" for requests without one).
+    std::vector<std::string> ranges() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return ranges_;
+    }
 
     std::vector<std::string> requests() {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -71,6 +91,7 @@ public:
     void clearRequests() {
         std::lock_guard<std::mutex> lock(mutex_);
         requests_.clear();
+        ranges_.clear();
     }
     std::string lastHeader(const std::string& name) {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -85,13 +106,20 @@ private:
         {
             std::lock_guard<std::mutex> lock(mutex_);
             requests_.push_back(req.path);
+            ranges_.push_back(req.get_header_value("Range"));
             lastHeaders_.clear();
             for (const auto& [name, value] : req.headers) lastHeaders_[name] = value;
-            const auto entry = answers_.find(req.path);
-            if (entry == answers_.end()) return serveFile(req.path, res);
-            found = entry->second;
+            if (auto waiting = queued_.find(req.path); waiting != queued_.end() && !waiting->second.empty()) {
+                found = waiting->second.front();
+                waiting->second.pop_front();
+            } else if (const auto entry = answers_.find(req.path); entry != answers_.end()) {
+                found = entry->second;
+            } else {
+                return serveFile(req.path, res);
+            }
         }
         res.status = found.status;
+        if (!found.retryAfter.empty()) res.set_header("Retry-After", found.retryAfter);
         switch (found.kind) {
             case Kind::Body: return res.set_content(found.body, "text/plain");
             case Kind::Redirect: return res.set_header("Location", found.body);
@@ -107,6 +135,14 @@ private:
                                                 [body = found.body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
                                                     return offset == 0 && sink.write(body.data(), body.size());
                                                 });
+            case Kind::Ranged: return serveRanged(req, res, found);
+            case Kind::Slow:
+                return res.set_content_provider(found.body.size(), "application/octet-stream",
+                                                [this, body = found.body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                                                    std::unique_lock<std::mutex> lock(mutex_);
+                                                    if (stopped_.wait_for(lock, std::chrono::milliseconds(500), [this] { return stopping_; })) return false;
+                                                    return sink.write(body.data() + offset, std::min<std::size_t>(1024, body.size() - offset));
+                                                });
             case Kind::Stall:
                 return res.set_content_provider(1000, "text/plain", [this](std::size_t, std::size_t, httplib::DataSink&) {
                     // Bounded, so that a client that never gives up cannot keep a test running.
@@ -115,6 +151,30 @@ private:
                     return false;
                 });
         }
+    }
+    // Serves the rest from N for "Range: bytes=N-" when If-Range names this copy, else the
+    // whole body; httplib's own range handling is switched off so the body is cut only here.
+    void serveRanged(const httplib::Request& req, httplib::Response& res, const Answer& found) {
+        const_cast<httplib::Request&>(req).ranges.clear();
+        res.set_header("ETag", found.etag);
+        std::size_t from = 0;
+        const std::string range = req.get_header_value("Range");
+        if (range.starts_with("bytes=") && req.get_header_value("If-Range") == found.etag) {
+            from = std::min<std::size_t>(std::stoul(range.substr(6)), found.body.size());
+            res.status = 206;
+            res.set_header("Content-Range", "bytes " + std::to_string(from) + "-" + std::to_string(found.body.size() - 1) +
+                                                "/" + std::to_string(found.body.size()));
+        }
+        const std::string rest = found.body.substr(from);
+        const std::size_t cutAt = found.cutAt;
+        res.set_content_provider(rest.size(), "application/octet-stream",
+                                 [this, rest, cutAt](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                                     const std::size_t end = cutAt > 0 ? std::min(cutAt, rest.size()) : rest.size();
+                                     if (offset >= end) return false;  // closes the connection mid-body
+                                     const std::size_t block = std::min(length, end - offset);
+                                     rangedSent_ += block;
+                                     return sink.write(rest.data() + offset, block);
+                                 });
     }
     httplib::ContentProviderWithoutLength endless() {
         return [this](std::size_t offset, httplib::DataSink& sink) {
@@ -151,6 +211,9 @@ private:
     std::condition_variable stopped_;
     bool stopping_ = false;
     std::map<std::string, Answer> answers_;
+    std::map<std::string, std::deque<Answer>> queued_;
+    std::vector<std::string> ranges_;
+    std::atomic<std::uint64_t> rangedSent_{0};
     std::vector<std::string> requests_;
     std::map<std::string, std::string> lastHeaders_;
     std::atomic<std::uint64_t> endlessSent_{0};

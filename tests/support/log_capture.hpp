@@ -38,6 +38,13 @@ public:
         return false;
     }
 
+    // How many lines start with `prefix`.
+    std::size_t count(const std::string& prefix) const {
+        std::size_t found = 0;
+        for (const auto& each : lines()) found += each.starts_with(prefix) ? 1 : 0;
+        return found;
+    }
+
     // Lines from the first one equal to `first` on, or nothing when it is absent.
     std::vector<std::string> from(const std::string& first) const {
         auto all = lines();

@@ -1,0 +1,170 @@
+// A download on the networks it meets: transient failures tried again, a cut transfer
+// continued where it stopped, a slow source left for a faster one.
+#include "download_fixture.hpp"
+
+namespace velk::updater {
+namespace {
+
+using Answer = test::HttpTestServer::Answer;
+using Kind = test::HttpTestServer::Kind;
+using test::entry;
+using test::sha256Hex;
+
+std::string bytes(std::size_t size) {
+    std::string text(size, '\0');
+    for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>('a' + (i * 7 + i / 251) % 26);
+    return text;
+}
+
+Answer status(int code, const std::string& retryAfter = "") { return {code, "error page", Kind::Body, "", 0, retryAfter}; }
+// Announces the whole length, sends all but the last byte and closes.
+Answer cut(const std::string& content) { return {200, content.substr(0, content.size() - 1), Kind::Short, "", 0, ""}; }
+// The copy named `etag`, of which only `cutAt` bytes (when above 0) are sent.
+Answer ranged(const std::string& content, const std::string& etag, std::size_t cutAt = 0) {
+    return {200, content, Kind::Ranged, etag, cutAt, ""};
+}
+
+class TransferTest : public DownloadTest {
+protected:
+    void SetUp() override {
+        DownloadTest::SetUp();
+        config_.baseUrls = {server_.url("/cdn"), server_.url("/mirror")};
+        config_.tryArchiveFirst = false;
+    }
+    // A later run: a new downloader, with what the last one left on disk.
+    void nextRun() { downloader_.reset(); }
+    std::size_t requestsFor(const std::string& path) {
+        const auto all = server_.requests();
+        return static_cast<std::size_t>(std::count(all.begin(), all.end(), path));
+    }
+};
+
+// 503 (whose Retry-After is honoured up to its cap), 429, a cut body and a refused
+// connection are each tried again on the same source; 404 moves on at once, and so do the
+// retries once they are used up or the run's wait budget is spent.
+TEST_F(TransferTest, TransientErrors) {
+    const std::string content = bytes(3000);
+    server_.queue("/cdn/files/VELK.dll", status(503, "30"));
+    server_.queue("/cdn/files/VELK.dll", status(429));
+    server_.queue("/cdn/files/VELK.dll", cut(content));
+    server_.set("/cdn/files/VELK.dll", content);
+    const Delivery delivered = downloader().download(entry("VELK.dll", content));
+    ASSERT_TRUE(delivered.success) << delivered.errorMessage;
+    EXPECT_EQ(test::readFile(delivered.path), content);
+    EXPECT_EQ(requestsFor("/cdn/files/VELK.dll"), 4u);
+    EXPECT_EQ(requestsFor("/mirror/files/VELK.dll"), 0u);
+    EXPECT_TRUE(log_.contains("[WARNING] Download attempt failed: " + server_.url("/cdn/files/VELK.dll") +
+                              " =>  (503), retrying in 50 ms"));
+
+    server_.clearRequests();
+    server_.set("/cdn/files/VELK.dll", "not here", 404);
+    server_.set("/mirror/files/VELK.dll", "busy", 503);
+    EXPECT_FALSE(downloader().download(entry("VELK.dll", content)).success);
+    EXPECT_EQ(requestsFor("/cdn/files/VELK.dll"), 1u);
+    EXPECT_EQ(requestsFor("/mirror/files/VELK.dll"), 1u + config_.policy.maxRetries);
+
+    config_.policy.waitBudget = std::chrono::milliseconds(0);
+    nextRun();
+    server_.clearRequests();
+    EXPECT_FALSE(downloader().download(entry("VELK.dll", content)).success);
+    EXPECT_EQ(requestsFor("/mirror/files/VELK.dll"), 1u);
+}
+
+// A source that refuses connections is tried with its retries once, then skipped for the
+// rest of the run: a dead base costs a run seconds, not seconds per file.
+TEST_F(TransferTest, UnreachableSourceIsSkippedForTheRestOfTheRun) {
+    std::string deadBase;
+    {
+        test::HttpTestServer dead;
+        deadBase = dead.url("/cdn");  // nothing listens there once it is gone
+    }
+    config_.baseUrls = {deadBase, server_.url("/mirror")};
+    server_.set("/mirror/files/VELK.dll", "one");
+    server_.set("/mirror/files/VELK.exe", "two");
+    EXPECT_TRUE(downloader().download(entry("VELK.dll", "one")).success);
+    EXPECT_EQ(log_.count("[WARNING] Download attempt failed: " + deadBase + "/files/VELK.dll => Curl error: "
+                         "Couldn't connect to server (0), retrying in "), 0u + config_.policy.maxRetries);
+    EXPECT_TRUE(downloader().download(entry("VELK.exe", "two")).success);
+    EXPECT_TRUE(log_.contains("[WARNING] Skipping unreachable source: " + deadBase + "/files/VELK.exe"));
+}
+
+// The connection drops halfway: the next attempt asks for the rest and the server sends only
+// the rest. A run that ends with the partial kept continues it in the next run too.
+TEST_F(TransferTest, ConnectionCutMidFile) {
+    const std::string content = bytes(1 << 20);
+    const ManifestFile file = entry("VELK.dll", content);
+    server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v1\"", content.size() / 2));
+    server_.set("/cdn/files/VELK.dll", content, 200, Kind::Ranged);
+    server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v1\"", content.size() / 2));
+    const Delivery delivered = downloader().download(file);
+    ASSERT_TRUE(delivered.success) << delivered.errorMessage;
+    EXPECT_EQ(test::readFile(delivered.path), content);
+    EXPECT_EQ(downloader().keptDigestOf(delivered.path), file.sha256);
+    EXPECT_EQ(server_.ranges(), (std::vector<std::string>{"", "bytes=" + std::to_string(content.size() / 2) + "-"}));
+    EXPECT_LE(server_.rangedBytesSent(), content.size() + content.size() / 10);
+
+    // No retry left in this run: the partial and its record wait for the next one.
+    config_.policy.maxRetries = 0;
+    config_.baseUrls = {server_.url("/cdn")};
+    nextRun();
+    server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v1\"", content.size() / 4));
+    EXPECT_FALSE(downloader().download(file).success);
+    EXPECT_TRUE(fs::exists(InstallationLayout::partialFile(delivered.path)));
+    nextRun();
+    server_.clearRequests();
+    const Delivery resumed = downloader().download(file);
+    ASSERT_TRUE(resumed.success) << resumed.errorMessage;
+    EXPECT_EQ(test::readFile(resumed.path), content);
+    EXPECT_EQ(server_.ranges().back(), "bytes=" + std::to_string(content.size() / 4) + "-");
+    EXPECT_TRUE(log_.contains("[INFO] Resuming download of VELK.dll at byte " + std::to_string(content.size() / 4)));
+}
+
+// The server's copy is no longer the one the partial came from: If-Range fails, the whole
+// file comes back with 200, and the download starts over cleanly. A partial of another
+// release (the manifest entry changed) is not continued at all.
+TEST_F(TransferTest, ResumeAgainstChangedFile) {
+    const std::string content = bytes(200000);
+    config_.policy.maxRetries = 0;
+    config_.baseUrls = {server_.url("/cdn")};
+    server_.set("/cdn/files/VELK.dll", content, 200, Kind::Ranged);
+    server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v1\"", 5000));
+    EXPECT_FALSE(downloader().download(entry("VELK.dll", content)).success);
+    nextRun();
+    server_.set("/cdn/files/VELK.dll", "", 200, Kind::Ranged);
+    server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v2\""));
+    const Delivery restarted = downloader().download(entry("VELK.dll", content));
+    ASSERT_TRUE(restarted.success) << restarted.errorMessage;
+    EXPECT_EQ(test::readFile(restarted.path), content);
+    EXPECT_EQ(downloader().keptDigestOf(restarted.path), sha256Hex(content));
+
+    const std::string next = bytes(100000);
+    server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v1\"", 5000));
+    nextRun();
+    EXPECT_FALSE(downloader().download(entry("VELK.dll", content)).success);
+    server_.clearRequests();
+    server_.set("/cdn/files/VELK.dll", next, 200, Kind::Ranged);
+    const Delivery other = downloader().download(entry("VELK.dll", next));
+    ASSERT_TRUE(other.success) << other.errorMessage;
+    EXPECT_EQ(test::readFile(other.path), next);
+    EXPECT_EQ(server_.ranges(), std::vector<std::string>{""});
+}
+
+// A source under the speed floor is left for the next; the last one keeps any speed, so a
+// slow line still completes.
+TEST_F(TransferTest, SlowMirror) {
+    const std::string content = bytes(3000);
+    config_.policy.minBytesPerSecond = 32 * 1024;
+    config_.policy.slowWindowSeconds = 1;
+    config_.tryArchiveFirst = true;  // the mirror's plain file is then the last candidate
+    server_.set("/cdn/files/VELK.dll", content, 200, Kind::Slow);
+    server_.set("/mirror/files/VELK.dll", content, 200, Kind::Slow);
+    const Delivery delivered = downloader().download(entry("VELK.dll", content));
+    ASSERT_TRUE(delivered.success) << delivered.errorMessage;
+    EXPECT_EQ(test::readFile(delivered.path), content);
+    EXPECT_EQ(log_.count("[WARNING] Download too slow: " + server_.url("/cdn/files/VELK.dll") + " ("), 1u);
+    EXPECT_EQ(requestsFor("/cdn/files/VELK.dll"), 1u);
+    EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/mirror/files/VELK.dll")));
+}
+
+}  // namespace
+}  // namespace velk::updater
