@@ -25,6 +25,8 @@ struct FileUpdaterConfig {
     bool tryArchiveFirst = true;
     std::uint32_t maxRetries = 3;  // further attempts of a transient failure, per source
     TransferPolicy transfer;      // waits, their budget and the speed floor (its retries set above)
+    // How long a replace or backup is tried again while another process holds the file.
+    std::chrono::milliseconds inUseWindow{10000};
 };
 
 struct UpdateProgress {

@@ -1,3 +1,8 @@
+#include <sys/mount.h>
+
+#include <cstring>
+#include <thread>
+
 #include "file_updater_fixture.hpp"
 
 namespace velk::updater {
@@ -33,6 +38,9 @@ TEST_F(InstallationTest, NewFileGetsItsFoldersAndTheDownloadIsRemoved) {
     EXPECT_FALSE(fs::exists(source));
     EXPECT_FALSE(fs::exists(installed("drivers/x64/VELK_Sys.sys.staging")));
     EXPECT_TRUE(backups().empty());
+    // Readable by the product's users, not private like the download it was.
+    EXPECT_EQ(fs::status(installed("drivers/x64/VELK_Sys.sys")).permissions() & fs::perms::mask,
+              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read);
 }
 
 TEST_F(InstallationTest, BackupIsKeptAndASecondOneInTheSameSecondFails) {
@@ -103,6 +111,39 @@ TEST_F(InstallationTest, TargetThatCannotBeReplacedFailsAndStaysOld) {
     EXPECT_FALSE(result.success);
     EXPECT_EQ(result.errorMessage.rfind("Installation failed: ", 0), 0u);
     EXPECT_EQ(test::readFile(installed("VELK.dll")), "old");
+}
+
+// Another process holds the installed copy. A file mounted over it makes the rename fail
+// with EBUSY here, as a sharing violation does on Windows: released within the window, the
+// file is replaced; held past it, the installation fails and the old file stays.
+TEST_F(InstallationTest, FileInUse) {
+    test::writeFile(installed("VELK.dll"), "old");
+    test::writeFile(dir_ / "holder", "held");
+    const auto hold = [&] {
+        return ::mount((dir_ / "holder").c_str(), installed("VELK.dll").c_str(), nullptr, MS_BIND, nullptr) == 0;
+    };
+    if (!hold()) GTEST_SKIP() << "cannot mount over a file here: " << std::strerror(errno);
+    std::thread releaser([&] {
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (log_.count("[WARNING] File in use, retrying in ") == 0 && std::chrono::steady_clock::now() < giveUp) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        ::umount(installed("VELK.dll").c_str());
+    });
+    config_.inUseWindow = std::chrono::seconds(20);
+    const FileUpdateResult released = updater().installFile(entry("VELK.dll", "new"), downloaded("VELK.dll", "new"), {});
+    releaser.join();
+    EXPECT_TRUE(released.success) << released.errorMessage;
+    EXPECT_EQ(test::readFile(installed("VELK.dll")), "new");
+
+    ASSERT_TRUE(hold());
+    config_.inUseWindow = std::chrono::milliseconds(300);
+    updater_.reset();
+    const FileUpdateResult held = updater().installFile(entry("VELK.dll", "newer"), downloaded("VELK.dll", "newer"), {});
+    ::umount(installed("VELK.dll").c_str());
+    EXPECT_FALSE(held.success);
+    EXPECT_NE(held.errorMessage.find("in use"), std::string::npos) << held.errorMessage;
+    EXPECT_EQ(test::readFile(installed("VELK.dll")), "new");
 }
 
 }  // namespace

@@ -88,15 +88,19 @@ bool systemError(std::error_code& error) {
 
 bool flushFile(const std::string& path) { return syncPath(path, O_RDONLY); }
 
-bool replaceFile(const std::string& source, const std::string& target, std::string& error) {
+ReplaceStatus replaceFile(const std::string& source, const std::string& target, std::string& error) {
     if (::rename(source.c_str(), target.c_str()) != 0) {
         error = std::strerror(errno);
-        return false;
+        return isInUse(std::error_code(errno, std::generic_category())) ? ReplaceStatus::InUse : ReplaceStatus::Failed;
     }
     // Make the new directory entry durable too; a failure here leaves the rename done.
     const std::string directory = std::filesystem::path(target).parent_path().string();
     syncPath(directory.empty() ? "." : directory, O_RDONLY | O_DIRECTORY);
-    return true;
+    return ReplaceStatus::Replaced;
+}
+
+bool isInUse(const std::error_code& error) {
+    return error == std::errc::device_or_resource_busy || error == std::errc::text_file_busy;
 }
 
 bool copyFileFast(const std::string& source, const std::string& target, std::error_code& error) {

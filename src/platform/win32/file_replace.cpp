@@ -15,13 +15,23 @@ bool flushFile(const std::string& path) {
     return FlushFileBuffers(file.get()) != FALSE;
 }
 
-bool replaceFile(const std::string& source, const std::string& target, std::string& error) {
+ReplaceStatus replaceFile(const std::string& source, const std::string& target, std::string& error) {
     if (MoveFileExW(utf8ToWide(source).c_str(), utf8ToWide(target).c_str(),
                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED)) {
-        return true;
+        return ReplaceStatus::Replaced;
     }
-    error = formatSystemError(GetLastError());
-    return false;
+    const DWORD code = GetLastError();
+    error = formatSystemError(code);
+    return isInUse(std::error_code(static_cast<int>(code), std::system_category())) ? ReplaceStatus::InUse
+                                                                                     : ReplaceStatus::Failed;
+}
+
+// A running program or a scanner holding the file shows as a sharing or lock violation, or
+// as access denied (a mapped executable).
+bool isInUse(const std::error_code& error) {
+    if (error.category() != std::system_category()) return false;
+    const int code = error.value();
+    return code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION || code == ERROR_ACCESS_DENIED;
 }
 
 // CopyFileExW lets the system copy in large blocks (or on the server, for a share) and
