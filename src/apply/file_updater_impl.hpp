@@ -3,7 +3,11 @@
 #include <atomic>
 #include <cstdint>
 
+#include <iostream>
+
 #include "apply/file_updater.hpp"
+#include "apply/progress_line.hpp"
+#include "platform/console.hpp"
 #include "delivery/download.hpp"
 
 // State shared by the file updater's stages (lifecycle, download, installation, update loop).
@@ -15,14 +19,21 @@ struct FileUpdater::Impl {
           logger(logger),
           downloader(deliveryConfig(config), config.layout, httpClient, logger) {}
 
-    static DeliveryConfig deliveryConfig(const FileUpdaterConfig& config) {
-        DeliveryConfig delivery{config.baseUrls, config.tryArchiveFirst, config.transfer};
+    DeliveryConfig deliveryConfig(const FileUpdaterConfig& config) {
+        DeliveryConfig delivery{config.baseUrls, config.tryArchiveFirst, config.transfer, {}};
         delivery.policy.maxRetries = config.maxRetries;
+        // The live line only on a terminal: a pipe or a file keeps the lines as they are.
+        if (platform::isTerminal(platform::ConsoleStream::Output)) {
+            delivery.progress = [this](const std::string& name, std::uint64_t done, std::uint64_t total) {
+                progressLine.update(name, done, total);
+            };
+        }
         return delivery;
     }
 
     FileUpdaterConfig config;
     Logger& logger;
+    ProgressLine progressLine{std::cout};
     Downloader downloader;
     UpdateProgress progress;
     std::atomic<bool> cancelRequested{false};

@@ -203,7 +203,13 @@ bool Downloader::fetchCandidate(const ManifestFile& file, const Candidate& candi
         if (body.continuedFrom() > 0) {
             logger_.info("Resuming download of " + file.name + " at byte " + std::to_string(body.continuedFrom()));
         }
-        HttpResponse response = http_.download(candidate.url, body, body.requestHeaders(), limits);
+        DownloadProgress progress;
+        if (config_.progress) {
+            progress = [&, from = body.continuedFrom()](std::uint64_t received, std::uint64_t total, std::int32_t) {
+                config_.progress(file.name, from + received, file.size > 0 ? file.size : from + total);
+            };
+        }
+        HttpResponse response = http_.download(candidate.url, body, body.requestHeaders(), limits, progress);
         const std::optional<platform::Sha256Digest> digest = body.finish();
         if (!body.failure().empty()) response.error = body.failure();
         const Verdict verdict = judge(response);

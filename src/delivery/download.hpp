@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -20,10 +21,15 @@
 // verified by its digest.
 namespace velk::updater {
 
+// An entry's transfer so far: its name, the bytes done (a continued partial included) and
+// the total.
+using TransferProgress = std::function<void(const std::string& name, std::uint64_t done, std::uint64_t total)>;
+
 struct DeliveryConfig {
     std::vector<std::string> baseUrls;  // tried in order for every file
     bool tryArchiveFirst = true;
     TransferPolicy policy;
+    TransferProgress progress;  // told while bytes arrive, when set
 };
 
 // What the download of one entry brought.
