@@ -1,3 +1,4 @@
+#include <chrono>
 #include <filesystem>
 
 #include "apply/file_updater.hpp"
@@ -6,8 +7,24 @@
 #include "installation/product_files.hpp"
 
 namespace velk::updater {
+namespace {
 
 namespace fs = std::filesystem;
+
+// A partial download waits for a later run only with its record, and for a week at most.
+constexpr auto kPartialLifetime = std::chrono::hours(24 * 7);
+
+bool isStalePartial(const fs::path& path, const std::string& name) {
+    const auto age = fs::file_time_type::clock::now() - fs::last_write_time(path);
+    if (age > kPartialLifetime) return name.ends_with(kPartialSuffix) || name.ends_with(kResumeSuffix);
+    if (name.ends_with(kPartialSuffix)) return !fs::exists(InstallationLayout::resumeRecord(path.string()));
+    if (name.ends_with(kResumeSuffix)) {
+        return !fs::exists(path.string().substr(0, path.string().size() - std::string(kResumeSuffix).size()));
+    }
+    return false;
+}
+
+}  // namespace
 
 bool FileUpdater::purgeTempFiles() {
     Logger& logger = impl_->logger;
@@ -31,6 +48,12 @@ bool FileUpdater::purgeTempFiles() {
             [&](const fs::path& path, const std::exception& error) {
                 logger.warning("Error processing temp file: " + path.string() + " - " + error.what());
             }};
+        sweepFiles(directory, {[&](const std::string& name) { return isStalePartial(fs::path(directory) / name, name); },
+                               [&](const fs::path& path, const std::string& name) {
+                                   logger.debug("Removed stale partial download: " + name);
+                                   return fs::remove(path);
+                               },
+                               sweep.failed});
         const int removed = sweepFiles(directory, sweep);
         if (removed > 0) {
             logger.info("Cleaned up " + std::to_string(removed) + " VELK temporary files");

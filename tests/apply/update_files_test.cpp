@@ -166,9 +166,21 @@ TEST_F(UpdateFilesTest, PurgeRemovesOnlyProductDownloads) {
         test::writeFile(downloads() / name, "x");
     }
     fs::create_directories(downloads() / "VELK.tmp");
+    // A partial waits for the next run only with its record, and for a week at most.
+    for (const char* name : {"VELK.dll.tmp.partial", "VELK.dll.tmp.partial.resume", "lonely.tmp.partial",
+                             "orphan.tmp.partial.resume", "old.tmp.partial", "old.tmp.partial.resume"}) {
+        test::writeFile(downloads() / name, "x");
+    }
+    for (const char* old : {"old.tmp.partial", "old.tmp.partial.resume"}) {
+        fs::last_write_time(downloads() / old, fs::file_time_type::clock::now() - std::chrono::hours(24 * 8));
+    }
     EXPECT_TRUE(updater().purgeTempFiles());
-    for (const char* kept : {"other.tmp", "velk.dll.tmp", "VELK.dll.tmp.bak", "VELK.tmp"}) {
+    for (const char* kept : {"other.tmp", "velk.dll.tmp", "VELK.dll.tmp.bak", "VELK.tmp", "VELK.dll.tmp.partial",
+                             "VELK.dll.tmp.partial.resume"}) {
         EXPECT_TRUE(fs::exists(downloads() / kept)) << kept;
+    }
+    for (const char* gone : {"lonely.tmp.partial", "orphan.tmp.partial.resume", "old.tmp.partial", "old.tmp.partial.resume"}) {
+        EXPECT_FALSE(fs::exists(downloads() / gone)) << gone;
     }
     EXPECT_FALSE(fs::exists(downloads() / "VELK.dll.tmp"));
     EXPECT_EQ(log_.lines().back(), "[INFO] Cleaned up 2 VELK temporary files");
