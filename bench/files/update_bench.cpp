@@ -4,13 +4,16 @@
 //   installation of four files (1 GiB) against `sha256sum -c` of the same files;
 // - a fresh install of one 512 MiB file, and of 1,000 files of 4 KiB, from a loopback
 //   server against one `curl` process (keep-alive) plus `sha256sum -c`;
-// - peak memory of a child installing a 1 GiB file.
+// - peak memory of a child installing a 1 GiB file;
+// - the bytes a server sends for a 64 MiB file whose first transfer is cut at half and
+//   resumed, against the file's size.
 // VELK_BENCH_UPDATER names another VELK_Updater to time, e.g. an earlier build.
 #include <benchmark/benchmark.h>
 #include <sodium.h>
 
 #include <chrono>
 #include <fstream>
+#include <iterator>
 
 #include "../bench_support.hpp"
 #include "support/http_test_server.hpp"
@@ -144,6 +147,38 @@ void BM_PeakMemoryInstalling1GiB(benchmark::State& state) {
     fs::remove_all(installDir());
 }
 BENCHMARK(BM_PeakMemoryInstalling1GiB)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+
+// A 64 MiB file whose first answer stops at half; the update resumes it. Reports what the
+// server sent in all against the file's size (1.0 would be a perfect resume).
+void BM_ResumedDownload(benchmark::State& state) {
+    using Answer = test::HttpTestServer::Answer;
+    using Kind = test::HttpTestServer::Kind;
+    constexpr std::uint64_t kSize = 64ull << 20;
+    const fs::path source = bench::bigFile(bench::benchDir("files") / "resume.bin", kSize);
+    std::ifstream in(source, std::ios::binary);
+    const std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    Release resumed;
+    resumed.site = bench::benchDir("files") / "resume";
+    updater::ManifestFile entry;
+    entry.name = entry.target_path = "resume.dll";
+    entry.url = "files/resume.dll";
+    entry.size = kSize;
+    entry.sha256 = hexDigest(source);
+    resumed.manifest.files.push_back(entry);
+    resumed.bytes = kSize;
+    const std::string path = "/resume/files/resume.dll";
+    server().set(path, content, 200, Kind::Ranged);
+    std::uint64_t sent = 0;
+    for (auto _ : state) {
+        server().queue(path, Answer{200, content, Kind::Ranged, "\"v1\"", kSize / 2, ""});
+        const std::uint64_t before = server().rangedBytesSent();
+        runUpdate(resumed, true);
+        sent = server().rangedBytesSent() - before;
+    }
+    state.counters["sent_per_file"] = static_cast<double>(sent) / static_cast<double>(kSize);
+    fs::remove_all(installDir());
+}
+BENCHMARK(BM_ResumedDownload)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
 
 std::string updaterProgram() {
     const char* other = std::getenv("VELK_BENCH_UPDATER");
