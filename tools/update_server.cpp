@@ -9,8 +9,9 @@
 // and closes) or "stall" (sends a little, then nothing until --stall-seconds pass). Hostile
 // actions need no file: "endless" (a chunked body that goes on until the client leaves, or
 // 4 GiB), "bigbody:N" (N blanks with their length announced) and "zipbomb:N" (a zip whose
-// one entry, named like the request without ".zip", inflates to N zero bytes). The rules
-// file holds "PATH ACTION" lines and is read again on every request, so a test can change
+// one entry, named like the request without ".zip", inflates to N zero bytes). Files are
+// sent with an ETag; a "Range: bytes=N-" whose If-Range names the file's current ETag gets
+// the rest (206), any other the whole file. The rules file holds "PATH ACTION" lines and is read again on every request, so a test can change
 // the server's behaviour while it runs.
 
 #include <httplib.h>
@@ -308,7 +309,12 @@ void handle(const Options& options, const httplib::Request& req, httplib::Respon
         res.set_content("not found: " + req.path + "\n", "text/plain");
         return;
     }
-    res.status = 200;
+    // Files carry a validator, and a Range is served only for the copy its If-Range names.
+    const auto written = static_cast<std::uint64_t>(fs::last_write_time(*file).time_since_epoch().count());
+    const std::string etag = "\"" + std::to_string(fs::file_size(*file)) + "-" + std::to_string(written) + "\"";
+    res.set_header("ETag", etag);
+    if (req.get_header_value("If-Range") != etag) const_cast<httplib::Request&>(req).ranges.clear();
+    res.status = req.ranges.empty() ? 200 : 206;
     serveFile(res, *file, action, options.stallSeconds);
 }
 

@@ -82,5 +82,22 @@ TEST_F(CrashConsistencyTest, KilledAtAnyPointEveryFileIsOldOrNewAndARerunComplet
     EXPECT_NE(registryText().find("\"Version\"=\"2.0.0\""), std::string::npos);
 }
 
+// A run killed in the middle of a download leaves the partial with its record; the next
+// run asks only for the rest, which the server sends as a 206, and completes the update.
+TEST_F(CrashConsistencyTest, DownloadCutByAKillContinuesInTheNextRun) {
+    publish("2.0.0", "2", newFiles_);
+    startServer({"--stall-seconds", "60"});
+    writeFile(rules(), "/cdn/files/VELK.dll stall\n");
+    const fs::path partial = downloads() / "VELK.dll.tmp.partial";
+    EXPECT_TRUE(killWhen([&] {
+        std::error_code absent;
+        return fs::exists(partial.string() + ".resume") && fs::file_size(partial, absent) >= 4096;
+    }));
+    writeFile(rules(), "");
+    ASSERT_EQ(run({"--quiet"}).exitCode, 0);
+    for (const auto& [name, content] : newFiles_) EXPECT_EQ(readFile(installDir() / name), content) << name;
+    EXPECT_NE(readFile(dir_ / "requests.log").find("GET /cdn/files/VELK.dll 206\n"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace velk::test
