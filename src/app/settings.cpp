@@ -39,13 +39,13 @@ FileUpdaterConfig makeFileUpdaterConfig(const InstallationLayout& layout) {
     config.baseUrls = {VELK_CDN_BASE_URL, VELK_MIRROR_BASE_URL, VELK_ORIGIN_BASE_URL};
     config.tryArchiveFirst = true;
     // Three more attempts per source, 1 s doubling to 15 s with jitter, a server's Retry-After
-    // up to 60 s, and at most 2 minutes of waiting in a whole run; a source under 32 KiB/s
-    // for 20 s is left while another remains.
+    // up to 60 s, and at most 2 minutes of failed attempts and waits in a whole run; a source
+    // under 32 KiB/s for 20 s is left while another remains.
     config.maxRetries = 3;
     config.transfer.firstDelay = std::chrono::seconds(1);
     config.transfer.maxDelay = std::chrono::seconds(15);
     config.transfer.retryAfterCap = std::chrono::seconds(60);
-    config.transfer.waitBudget = std::chrono::minutes(2);
+    config.transfer.retryBudget = std::chrono::minutes(2);
     config.transfer.minBytesPerSecond = 32 * 1024;
     config.transfer.slowWindowSeconds = 20;
     return config;

@@ -106,7 +106,7 @@ HttpResponse fetchFile(HttpClient& http, const InstallationLayout& layout, const
 
 Downloader::Downloader(const DeliveryConfig& config, const InstallationLayout& layout, HttpClient& http,
                        Logger& logger)
-    : config_(config), layout_(layout), http_(http), logger_(logger), waitLeft_(config.policy.waitBudget) {}
+    : config_(config), layout_(layout), http_(http), logger_(logger), retryLeft_(config.policy.retryBudget) {}
 
 void Downloader::keepDigest(const std::string& path, const std::optional<platform::Sha256Digest>& digest) {
     keptDigest_.reset();
@@ -227,6 +227,7 @@ bool Downloader::fetchCandidate(const ManifestFile& file, const Candidate& candi
                             " bytes/s), trying the next source");
         }
         if (!body.continuable()) body.discard();
+        retryLeft_ -= std::min(retryLeft_, std::chrono::milliseconds(response.elapsedMs));
         if (verdict == Verdict::Retry && retry < policy.maxRetries && waitToRetry(retry, response, candidate.url)) continue;
         logger_.warning("Download attempt failed: " + candidate.url + " => " + response.error + " (" +
                         std::to_string(response.statusCode) + ")");
@@ -248,8 +249,8 @@ std::string Downloader::sourceOf(const std::string& url) const {
 bool Downloader::waitToRetry(std::uint32_t retry, const HttpResponse& response, const std::string& url) {
     const double fraction = static_cast<double>(CryptoUtils::randomUniform(1000)) / 1000.0;
     const std::chrono::milliseconds wait = retryDelay(config_.policy, retry, response.retryAfter, fraction);
-    if (wait > waitLeft_) return false;
-    waitLeft_ -= wait;
+    if (wait > retryLeft_) return false;
+    retryLeft_ -= wait;
     logger_.warning("Download attempt failed: " + url + " => " + response.error + " (" +
                     std::to_string(response.statusCode) + "), retrying in " + std::to_string(wait.count()) + " ms");
     std::this_thread::sleep_for(wait);

@@ -90,7 +90,7 @@ private:
                         Delivery& result, std::optional<platform::Sha256Digest>& plainDigest);
     // The base a candidate came from (the URL's origin for an entry's own URL).
     std::string sourceOf(const std::string& url) const;
-    // Waits before retry `retry` when the policy and the run's wait budget allow one.
+    // Waits before retry `retry` when the policy and the run's retry budget allow one.
     bool waitToRetry(std::uint32_t retry, const HttpResponse& response, const std::string& url);
     void keepDigest(const std::string& path, const std::optional<platform::Sha256Digest>& digest);
 
@@ -99,7 +99,7 @@ private:
     HttpClient& http_;
     Logger& logger_;
     std::optional<KeptDigest> keptDigest_;
-    std::chrono::milliseconds waitLeft_;  // what is left of the run's wait budget
+    std::chrono::milliseconds retryLeft_;  // what is left of the run's retry budget
     std::set<std::string> unreachable_;   // sources that could not be reached in this run
 };
 

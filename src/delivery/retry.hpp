@@ -15,8 +15,9 @@ struct TransferPolicy {
     std::chrono::milliseconds firstDelay{1000};  // doubled for every further retry
     std::chrono::milliseconds maxDelay{15000};
     std::chrono::milliseconds retryAfterCap{60000};  // a server's Retry-After is honoured up to this
-    // Every wait of one run together: once spent, each candidate is tried once more at most.
-    std::chrono::milliseconds waitBudget{120000};
+    // The time one run may spend on failed attempts and the waits after them: once spent,
+    // no failure is tried again, so dead or black-holed sources cannot hold a run for long.
+    std::chrono::milliseconds retryBudget{120000};
     // Below this average speed over the window a candidate is left while another remains.
     std::uint64_t minBytesPerSecond = 32 * 1024;
     std::uint64_t slowWindowSeconds = 20;
