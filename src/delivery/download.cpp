@@ -31,8 +31,8 @@ std::string attemptsText(const std::vector<std::string>& urls) {
 }
 
 // Takes the wanted file out of the downloaded archive: the one entry is written to the
-// temporary path (bounded by the entry's size), and the
-// archive removed, so nothing else of it ever reaches the disk.
+// download path (bounded by the entry's size) and the archive removed, so nothing else of it
+// ever reaches the disk.
 void extractArchive(const ManifestFile& file, const std::string& tempPath, Delivery& result, Logger& logger) {
     try {
         const std::string archivePath = InstallationLayout::archiveFile(tempPath);
@@ -203,24 +203,21 @@ bool Downloader::fetchCandidate(const ManifestFile& file, const Candidate& candi
         if (body.continuedFrom() > 0) {
             logger_.info("Resuming download of " + file.name + " at byte " + std::to_string(body.continuedFrom()));
         }
-        DownloadProgress progress;
-        if (config_.progress) {
-            progress = [&, from = body.continuedFrom()](std::uint64_t received, std::uint64_t total, std::int32_t) {
-                config_.progress(file.name, from + received, file.size > 0 ? file.size : from + total);
-            };
-        }
-        HttpResponse response = http_.download(candidate.url, body, body.requestHeaders(), limits, progress);
+        HttpResponse response =
+            http_.download(candidate.url, body, body.requestHeaders(), limits, progressOf(file, body.continuedFrom()));
         const std::optional<platform::Sha256Digest> digest = body.finish();
         if (!body.failure().empty()) response.error = body.failure();
         const Verdict verdict = judge(response);
         if (verdict == Verdict::Success) {
             body.complete();
             result.bytesDownloaded = response.bytesDownloaded;
-            if (!candidate.isArchive) {
-                fs::rename(path, downloadPath);
-                plainDigest = digest;
-            }
-            return true;
+            if (candidate.isArchive) return true;
+            plainDigest = digest;
+            std::error_code moved;
+            fs::rename(path, downloadPath, moved);
+            if (!moved) return true;
+            logger_.error("Cannot keep the download: " + moved.message());
+            return false;
         }
         if (response.tooSlow) {
             logger_.warning("Download too slow: " + candidate.url + " (" + std::to_string(response.bytesPerSecond) +
@@ -235,6 +232,13 @@ bool Downloader::fetchCandidate(const ManifestFile& file, const Candidate& candi
         if (response.unreachable) unreachable_.insert(sourceOf(candidate.url));
         return false;
     }
+}
+
+DownloadProgress Downloader::progressOf(const ManifestFile& file, std::uint64_t continuedFrom) const {
+    if (!config_.progress) return {};
+    return [this, &file, continuedFrom](std::uint64_t received, std::uint64_t total, std::int32_t) {
+        config_.progress(file.name, continuedFrom + received, file.size > 0 ? file.size : continuedFrom + total);
+    };
 }
 
 std::string Downloader::sourceOf(const std::string& url) const {

@@ -88,6 +88,8 @@ private:
     // One candidate with its retries; true when it delivered.
     bool fetchCandidate(const ManifestFile& file, const Candidate& candidate, const std::string& downloadPath,
                         Delivery& result, std::optional<platform::Sha256Digest>& plainDigest);
+    // Reports a transfer of `file` to the configured progress, counting a continued part.
+    DownloadProgress progressOf(const ManifestFile& file, std::uint64_t continuedFrom) const;
     // The base a candidate came from (the URL's origin for an entry's own URL).
     std::string sourceOf(const std::string& url) const;
     // Waits before retry `retry` when the policy and the run's retry budget allow one.

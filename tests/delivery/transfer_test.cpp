@@ -63,7 +63,7 @@ TEST_F(TransferTest, TransientErrors) {
     EXPECT_EQ(requestsFor("/cdn/files/VELK.dll"), 1u);
     EXPECT_EQ(requestsFor("/mirror/files/VELK.dll"), 1u + config_.policy.maxRetries);
 
-    config_.policy.waitBudget = std::chrono::milliseconds(0);
+    config_.policy.retryBudget = std::chrono::milliseconds(0);
     nextRun();
     server_.clearRequests();
     EXPECT_FALSE(downloader().download(entry("VELK.dll", content)).success);
