@@ -81,6 +81,7 @@ echo
 echo "== VELK_Updater exited with $status"
 echo "== Installed files in $demo/install:"
 find "$demo/install" -maxdepth 2 -type f ! -path '*/logs/*' -printf '   %P (%s bytes)\n' | sort
+echo "== Private download folder: $(stat -c '%A %U:%G' "$demo/install/.velk_downloads")"
 echo "== Registry record ($demo/root/registry.reg):"
 grep -E '"(Version|BuildNumber|InstallPath|RolloutCohort)"' "$demo/root/registry.reg" | sed 's/^/   /'
 echo "== Log file: $log ($(wc -l < "$log") lines)"
