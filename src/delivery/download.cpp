@@ -223,7 +223,8 @@ bool Downloader::fetchCandidate(const ManifestFile& file, const Candidate& candi
             logger_.warning("Download too slow: " + candidate.url + " (" + std::to_string(response.bytesPerSecond) +
                             " bytes/s), trying the next source");
         }
-        if (!body.continuable()) body.discard();
+        // Kept only for another attempt at the same source: any other source starts over.
+        if (verdict != Verdict::Retry || !body.continuable()) body.discard();
         retryLeft_ -= std::min(retryLeft_, std::chrono::milliseconds(response.elapsedMs));
         if (verdict == Verdict::Retry && retry < policy.maxRetries && waitToRetry(retry, response, candidate.url)) continue;
         logger_.warning("Download attempt failed: " + candidate.url + " => " + response.error + " (" +
