@@ -3,6 +3,8 @@
 
 #include "apply/file_updater.hpp"
 #include "apply/file_updater_impl.hpp"
+#include "crypto/crypto_utils.hpp"
+#include "delivery/file_check.hpp"
 
 namespace velk::updater {
 namespace {
@@ -28,8 +30,39 @@ bool FileUpdater::hasRoomFor(const std::vector<ManifestFile>& downloads) {
     return hasEnoughDiskSpace(installBytes + largest);
 }
 
+const ManifestPatch* FileUpdater::patchFor(const ManifestFile& file, std::string& basePath) {
+    if (!impl_->config.usePatches || file.patches.empty()) return nullptr;
+    try {
+        const InstallationLayout& layout = impl_->config.layout;
+        const fs::path installed = layout.targetFile(file.target_path);
+        requireInside(layout.installDirectory(), installed);
+        if (!fs::is_regular_file(installed)) return nullptr;
+        const CryptoResult digest = CryptoUtils::sha256File(installed.string());
+        if (!digest.success) return nullptr;
+        const std::string installedSha256 = CryptoUtils::toHex(digest.data);
+        for (const auto& patch : file.patches) {
+            if (sameDigestIgnoringCase(patch.from_sha256, installedSha256)) {
+                basePath = installed.string();
+                return &patch;
+            }
+        }
+    } catch (const std::exception& error) {
+        impl_->logger.warning("Cannot examine " + file.name + " for a patch: " + error.what());
+    }
+    return nullptr;
+}
+
 FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
-    const Delivery delivery = impl_->downloader.download(file);
+    Delivery delivery;
+    std::string basePath;
+    if (const ManifestPatch* patch = patchFor(file, basePath)) {
+        delivery = impl_->downloader.downloadPatched(file, *patch, basePath);
+        if (!delivery.success) {
+            impl_->logger.warning("Patch for " + file.name + " not used (" + delivery.errorMessage +
+                                  "); downloading the whole file");
+        }
+    }
+    if (!delivery.success) delivery = impl_->downloader.download(file);
     FileUpdateResult result(delivery.success, delivery.errorMessage, delivery.path);
     result.bytesDownloaded = delivery.bytesDownloaded;
     result.downloadTimeMs = delivery.downloadTimeMs;

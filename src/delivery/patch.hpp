@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/sha256.hpp"
+
+// Applying a zstd patch that was made with the installed copy as its prefix (zstd's
+// "--patch-from"), bounded in memory and in output.
+namespace velk::updater {
+
+struct PatchOutcome {
+    bool applied = false;
+    std::string error;
+    std::optional<platform::Sha256Digest> digest;  // of what was written
+};
+
+// Decodes the one frame in `patchPath` with the content of `basePath` as its prefix into a
+// new file at `outputPath`. The decoder's window is limited to what the base and a file of
+// `fileSize` bytes need; the output stops as soon as it passes `fileSize`, and a frame that
+// is cut, damaged or followed by anything fails. The output is left for the caller to keep
+// or remove.
+PatchOutcome applyPatch(const std::string& basePath, const std::string& patchPath, const std::string& outputPath,
+                        std::uint64_t fileSize);
+
+}  // namespace velk::updater
