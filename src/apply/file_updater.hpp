@@ -100,8 +100,9 @@ private:
     FileUpdateResult updateFile(const ManifestFile& file);
     FileUpdateResult downloadFile(const ManifestFile& file);
     // The listed patch whose base is the installed copy, when patches are allowed; the
-    // installed copy's path goes to `basePath`.
-    const ManifestPatch* patchFor(const ManifestFile& file, std::string& basePath);
+    // installed copy's bytes, read once to be hashed and kept as the patch's prefix, go to
+    // `base`.
+    const ManifestPatch* patchFor(const ManifestFile& file, std::vector<char>& base);
 
     struct Impl;
     std::unique_ptr<Impl> impl_;

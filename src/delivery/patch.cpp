@@ -2,7 +2,6 @@
 
 #include <zstd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <vector>
@@ -13,20 +12,12 @@
 namespace velk::updater {
 namespace {
 
-namespace fs = std::filesystem;
-
 using Decoder = std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)>;
 
 PatchOutcome failed(std::string error) {
     PatchOutcome outcome;
     outcome.error = std::move(error);
     return outcome;
-}
-
-bool readWhole(const std::string& path, std::uint64_t size, std::vector<char>& bytes) {
-    std::ifstream in(path, std::ios::binary);
-    bytes.resize(size);
-    return in.read(bytes.data(), static_cast<std::streamsize>(size)) && in.gcount() == static_cast<std::streamsize>(size);
 }
 
 // Streams the frame through the decoder into `out`; an empty text when the whole frame, and
@@ -56,15 +47,10 @@ std::string decode(ZSTD_DCtx* decoder, std::ifstream& patch, platform::OutputFil
 
 }  // namespace
 
-PatchOutcome applyPatch(const std::string& basePath, const std::string& patchPath, const std::string& outputPath,
+PatchOutcome applyPatch(const std::vector<char>& base, const std::string& patchPath, const std::string& outputPath,
                         std::uint64_t fileSize) {
-    std::error_code error;
-    const std::uint64_t baseSize = fs::file_size(basePath, error);
-    if (error) return failed("Cannot read the installed copy: " + error.message());
-    const std::uint32_t windowLog = patchWindowLog(baseSize, fileSize);
+    const std::uint32_t windowLog = patchWindowLog(base.size(), fileSize);
     if (windowLog > kMaxPatchWindowLog) return failed("Installed copy and file too large for a patch");
-    std::vector<char> base;
-    if (!readWhole(basePath, baseSize, base)) return failed("Cannot read the installed copy");
     std::ifstream patch(patchPath, std::ios::binary);
     if (!patch) return failed("Cannot read the patch");
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/sha256.hpp"
 
@@ -16,12 +17,12 @@ struct PatchOutcome {
     std::optional<platform::Sha256Digest> digest;  // of what was written
 };
 
-// Decodes the one frame in `patchPath` with the content of `basePath` as its prefix into a
-// new file at `outputPath`. The decoder's window is limited to what the base and a file of
+// Decodes the one frame in `patchPath` with `base` (the installed copy's bytes) as its prefix
+// into a new file at `outputPath`. The decoder's window is limited to what the base and a file of
 // `fileSize` bytes need; the output stops as soon as it passes `fileSize`, and a frame that
 // is cut, damaged or followed by anything fails. The output is left for the caller to keep
 // or remove.
-PatchOutcome applyPatch(const std::string& basePath, const std::string& patchPath, const std::string& outputPath,
+PatchOutcome applyPatch(const std::vector<char>& base, const std::string& patchPath, const std::string& outputPath,
                         std::uint64_t fileSize);
 
 }  // namespace velk::updater

@@ -39,7 +39,7 @@ Delivery failedWith(Delivery result, std::string error) {
 
 }  // namespace
 
-Delivery Downloader::downloadPatched(const ManifestFile& file, const ManifestPatch& patch, const std::string& basePath) {
+Delivery Downloader::downloadPatched(const ManifestFile& file, const ManifestPatch& patch, const std::vector<char>& base) {
     const auto start = std::chrono::steady_clock::now();
     keptDigest_.reset();
     Delivery result;
@@ -52,7 +52,7 @@ Delivery Downloader::downloadPatched(const ManifestFile& file, const ManifestPat
     const bool genuine = sameDigestIgnoringCase(hexOf(patchDigest), patch.sha256);
     std::error_code ignored;
     fs::remove(result.path, ignored);
-    const PatchOutcome outcome = genuine ? applyPatch(basePath, fetched.path, result.path, file.size) : PatchOutcome{};
+    const PatchOutcome outcome = genuine ? applyPatch(base, fetched.path, result.path, file.size) : PatchOutcome{};
     fs::remove(fetched.path, ignored);
     if (!genuine) return failedWith(result, "Patch digest mismatch");
     if (!outcome.applied) return failedWith(result, outcome.error);
