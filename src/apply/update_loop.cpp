@@ -67,6 +67,7 @@ FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     std::vector<char> base;
     if (const ManifestPatch* patch = patchFor(file, base)) {
         delivery = impl_->downloader.downloadPatched(file, *patch, base);
+        std::vector<char>().swap(base);  // not held while a whole file downloads
         if (!delivery.success) {
             impl_->logger.warning("Patch for " + file.name + " not used (" + delivery.errorMessage +
                                   "); downloading the whole file");
