@@ -18,10 +18,10 @@ struct PatchOutcome {
 };
 
 // Decodes the one frame in `patchPath` with `base` (the installed copy's bytes) as its prefix
-// into a new file at `outputPath`. The decoder's window is limited to what the base and a file of
-// `fileSize` bytes need; the output stops as soon as it passes `fileSize`, and a frame that
-// is cut, damaged or followed by anything fails. The output is left for the caller to keep
-// or remove.
+// into a new file at `outputPath`. The frame must state the size it makes, no larger than
+// `fileSize`, and may use no more history than the base and the file need; the output stops
+// as soon as it passes `fileSize` whatever the frame claimed. A frame that is cut, damaged
+// or followed by anything fails. The output is left for the caller to keep or remove.
 PatchOutcome applyPatch(const std::vector<char>& base, const std::string& patchPath, const std::string& outputPath,
                         std::uint64_t fileSize);
 
