@@ -4,6 +4,7 @@ find_package(Threads REQUIRED)
 find_package(CURL REQUIRED)
 pkg_check_modules(SODIUM REQUIRED IMPORTED_TARGET libsodium)
 find_package(nlohmann_json 3.11 REQUIRED)
+pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
 
 if(WIN32)
     # The Windows builds of libsodium and libcurl are static libraries.

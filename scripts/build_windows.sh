@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Cross-builds the Windows program VELK_Updater.exe and the Windows test programs with
-# mingw-w64. libsodium, libcurl (Schannel for TLS) and GoogleTest have no mingw packages
+# mingw-w64. libsodium, libcurl (Schannel for TLS), libzstd and GoogleTest have no mingw packages
 # in Debian, so they are built here from Debian's own sources; the result is kept in the
 # build folder and reused by later runs on the same machine.
 #   BUILD_DIR   build folder (default: build-win)
@@ -23,7 +23,7 @@ install_packages mingw-w64 wine wine64 libgnutls30 dpkg-dev autoconf automake li
 
 # `apt-get source` needs a deb-src entry beside every deb entry of the distribution.
 enable_source_packages() {
-    apt-cache showsrc libsodium curl >/dev/null 2>&1 && return 0
+    apt-cache showsrc libsodium curl libzstd >/dev/null 2>&1 && return 0
     local as_root=() file
     [ "$(id -u)" -ne 0 ] && as_root=(sudo)
     for file in /etc/apt/sources.list.d/*.sources; do
@@ -99,6 +99,20 @@ build_curl() {
     touch "$deps/curl.done"
 }
 
+# The library only, static, with its CMake build and pkg-config file.
+build_zstd() {
+    [ -f "$deps/zstd.done" ] && return 0
+    local src
+    src="$(fetch_source libzstd)"
+    cmake -S "$src/build/cmake" -B "$deps/zstd-build" -G Ninja \
+        -DCMAKE_TOOLCHAIN_FILE="$source_dir/cmake/mingw-w64.cmake" -DCMAKE_BUILD_TYPE=Release \
+        -DCMAKE_INSTALL_PREFIX="$prefix" -DZSTD_BUILD_PROGRAMS=OFF -DZSTD_BUILD_TESTS=OFF \
+        -DZSTD_BUILD_SHARED=OFF -DZSTD_BUILD_STATIC=ON -DZSTD_MULTITHREAD_SUPPORT=OFF
+    cmake --build "$deps/zstd-build" --parallel "$jobs"
+    cmake --install "$deps/zstd-build"
+    touch "$deps/zstd.done"
+}
+
 build_googletest() {
     [ -f "$deps/googletest.done" ] && return 0
     cmake -S /usr/src/googletest -B "$deps/googletest-build" -G Ninja \
@@ -120,6 +134,7 @@ install_nlohmann_json() {
 mkdir -p "$deps"
 build_libsodium
 build_curl
+build_zstd
 build_googletest
 install_nlohmann_json
 

@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 
 packages=(
     build-essential cmake ninja-build pkg-config git
-    libcurl4-openssl-dev libsodium-dev nlohmann-json3-dev libssl-dev libarchive-dev
+    libcurl4-openssl-dev libsodium-dev nlohmann-json3-dev libssl-dev libarchive-dev libzstd-dev
     libgtest-dev libgmock-dev libbenchmark-dev libcpp-httplib-dev libspdlog-dev
     clang libclang-rt-14-dev
     curl zip unzip e2fsprogs util-linux procps coreutils sudo

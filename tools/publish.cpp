@@ -10,6 +10,11 @@
 // every release is signed by the key the updater pins), or with an RSA private key in PEM
 // form. The public keys to pin (VELK_RELEASE_PUBLIC_KEY or VELK_RELEASE_RSA_PUBLIC_KEY) are
 // printed.
+//
+// With --delta-from (a release directory or a published site, repeatable), every file that
+// differs from its copy there also gets a zstd patch from that copy, when the patch is under
+// half the file: "files/<path>.<first 16 hex digits of the old digest>.zstpatch", listed on
+// the entry with the old copy's SHA-256 and the patch's size and SHA-256, and signed.
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -17,6 +22,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <sodium.h>
+#include <zstd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -56,6 +62,7 @@ struct Options {
     bool rolloutGiven = false;
     long expiresInDays = 30;
     fs::path resign;  // a published site whose manifest is signed again
+    std::vector<fs::path> deltaFrom;  // earlier releases to make patches from
     bool printPublicKey = false;
     bool help = false;
 };
@@ -65,7 +72,7 @@ constexpr const char* kDefaultSeedFile = "velk_release_ed25519.key";
 constexpr const char* kUsage =
     "usage: velk_publish --release DIR --out DIR --version V [--build N] [--commit C]\n"
     "                    [--channel NAME] [--minimum-version V] [--url-base URL] [--zip] [--backup]\n"
-    "                    [--rollout PERCENT] [--expires-in DAYS]\n"
+    "                    [--rollout PERCENT] [--expires-in DAYS] [--delta-from DIR_OR_SITE]...\n"
     "                    [--sign-ed25519 KEYFILE]... | [--sign-rsa KEY.pem]\n"
     "       velk_publish --resign SITE [--channel NAME] [--expires-in DAYS] [--rollout PERCENT]\n"
     "                    [--sign-ed25519 KEYFILE]... | [--sign-rsa KEY.pem]\n"
@@ -75,6 +82,8 @@ constexpr const char* kUsage =
     "                       0 halts a release where it is, raising it keeps those already in\n"
     "  --expires-in DAYS    the signed manifest expires after DAYS days (default 30); pinned\n"
     "                       updaters refuse it afterwards, so re-sign before then\n"
+    "  --delta-from DIR     an earlier release (its directory or published site): each changed\n"
+    "                       file gets a patch from its copy there when under half its size\n"
     "  --resign SITE        sign SITE's manifest again with a new expiry (and share, if given),\n"
     "                       without touching its files\n"
     "  --sign-ed25519 FILE  an Ed25519 seed file; repeat it to sign with several keys\n"
@@ -127,6 +136,7 @@ bool parseArgs(int argc, char* argv[], Options& o) {
             o.rolloutGiven = true;
         } else if (arg == "--expires-in") o.expiresInDays = wholeNumber(value(), -36500, 36500, "--expires-in");
         else if (arg == "--resign") o.resign = value();
+        else if (arg == "--delta-from") o.deltaFrom.push_back(value());
         else if (arg == "--sign-rsa") o.rsaKeyFile = value();
         else if (arg == "--zip") o.zip = true;
         else if (arg == "--backup") o.backup = true;
@@ -317,6 +327,66 @@ std::string manifestName(const Options& o) {
     return o.channel == "stable" ? "manifest.json" : "manifest-" + o.channel + ".json";
 }
 
+std::string readBytes(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// The zstd frame that rebuilds `target` with `base` as its prefix, made with the window the
+// updater allows for these sizes; nothing when no window is allowed or the patch would not
+// be under half the file.
+std::optional<std::string> makePatch(const std::string& base, const std::string& target) {
+    const std::uint32_t windowLog = velk::updater::patchWindowLog(base.size(), target.size());
+    if (windowLog > velk::updater::kMaxPatchWindowLog) return std::nullopt;
+    std::unique_ptr<ZSTD_CCtx, decltype(&ZSTD_freeCCtx)> encoder(ZSTD_createCCtx(), ZSTD_freeCCtx);
+    ZSTD_CCtx_setParameter(encoder.get(), ZSTD_c_compressionLevel, 19);
+    ZSTD_CCtx_setParameter(encoder.get(), ZSTD_c_windowLog, static_cast<int>(windowLog));
+    ZSTD_CCtx_setParameter(encoder.get(), ZSTD_c_enableLongDistanceMatching, 1);
+    ZSTD_CCtx_refPrefix(encoder.get(), base.data(), base.size());
+    std::string patch(ZSTD_compressBound(target.size()), '\0');
+    const std::size_t size = ZSTD_compress2(encoder.get(), patch.data(), patch.size(), target.data(), target.size());
+    if (ZSTD_isError(size)) fail(std::string("cannot make a patch: ") + ZSTD_getErrorName(size));
+    if (size * 2 >= target.size()) return std::nullopt;
+    patch.resize(size);
+    return patch;
+}
+
+// The file at `relative` in an earlier release: below files/ in a published site.
+fs::path earlierCopy(const fs::path& source, const std::string& relative) {
+    const bool site = fs::exists(source / "files") && fs::is_directory(source / "files");
+    return site ? source / "files" / relative : source / relative;
+}
+
+// Patches for one entry from every earlier release that has another copy of it, written
+// beside the published copy; each listed once per base.
+std::vector<velk::updater::ManifestPatch> writePatches(const Options& o, const Entry& entry, const std::string& url) {
+    std::vector<velk::updater::ManifestPatch> patches;
+    std::string target;
+    for (const auto& source : o.deltaFrom) {
+        const fs::path old = earlierCopy(source, entry.relative);
+        if (!fs::is_regular_file(old) || patches.size() >= velk::updater::kMaxPatchesPerFile) continue;
+        const std::string fromSha256 = sha256File(old);
+        const bool known = std::any_of(patches.begin(), patches.end(), [&](const auto& p) { return p.from_sha256 == fromSha256; });
+        if (fromSha256 == entry.sha256 || known) continue;
+        if (target.empty()) target = readBytes(o.release / entry.relative);
+        const std::optional<std::string> patch = makePatch(readBytes(old), target);
+        if (!patch) continue;
+        const std::string suffix = "." + fromSha256.substr(0, 16) + ".zstpatch";
+        const fs::path written = o.out / "files" / (entry.relative + suffix);
+        std::ofstream(written, std::ios::binary) << *patch;
+        patches.push_back({fromSha256, url + suffix, patch->size(), sha256File(written)});
+    }
+    return patches;
+}
+
+json patchesJson(const std::vector<velk::updater::ManifestPatch>& patches) {
+    json list = json::array();
+    for (const auto& patch : patches) {
+        list.push_back({{"from_sha256", patch.from_sha256}, {"url", patch.url}, {"size", patch.size}, {"sha256", patch.sha256}});
+    }
+    return list;
+}
+
 // Through a sibling and a rename, so an update server never serves half a manifest.
 void writeManifest(const fs::path& target, const json& document) {
     const fs::path sibling = target.string() + ".new";
@@ -353,6 +423,11 @@ void publish(const Options& o) {
         fs::copy_file(o.release / entry.relative, copy, fs::copy_options::overwrite_existing);
         if (o.zip) writeZip(copy, copy.string() + ".zip", entry.name);
         const std::string url = (o.urlBase.empty() ? "" : o.urlBase + "/") + "files/" + entry.relative;
+        velk::updater::ManifestFile file;
+        file.name = entry.name;
+        file.sha256 = entry.sha256;
+        file.size = entry.size;
+        file.patches = writePatches(o, entry, url);
         files.push_back({{"name", entry.name},
                          {"url", url},
                          {"size", entry.size},
@@ -362,10 +437,7 @@ void publish(const Options& o) {
                          {"backup", o.backup},
                          {"critical", false},
                          {"restart_required", false}});
-        velk::updater::ManifestFile file;
-        file.name = entry.name;
-        file.sha256 = entry.sha256;
-        file.size = entry.size;
+        if (!file.patches.empty()) files.back()["patches"] = patchesJson(file.patches);
         release.files.push_back(file);
     }
 

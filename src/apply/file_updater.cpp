@@ -53,6 +53,8 @@ bool FileUpdater::initialize() {
     }
 }
 
+void FileUpdater::setPatchesAllowed(bool allowed) { impl_->config.usePatches = allowed; }
+
 void FileUpdater::shutdown() {
     impl_->cancelRequested.store(true);
     impl_->logger.info("FileUpdater shutting down");

@@ -27,6 +27,8 @@ struct FileUpdaterConfig {
     TransferPolicy transfer;      // waits, their budget and the speed floor (its retries set above)
     // How long a replace or backup is tried again while another process holds the file.
     std::chrono::milliseconds inUseWindow{10000};
+    // Whether a listed patch against the installed copy is tried before the whole file.
+    bool usePatches = true;
 };
 
 struct UpdateProgress {
@@ -72,6 +74,9 @@ public:
     bool initialize();
     // Stops a running or later updateFiles before its next file. Safe from any thread.
     void shutdown();
+    // Patches are for updates from an older release: a forced run or the repair of a damaged
+    // copy takes whole files.
+    void setPatchesAllowed(bool allowed);
 
     // Checks every file of the manifest and updates those that are not current.
     std::vector<FileUpdateResult> updateFiles(const Manifest& manifest, ProgressCallback callback);
@@ -94,6 +99,10 @@ private:
     bool checkFileCurrent(const ManifestFile& file);
     FileUpdateResult updateFile(const ManifestFile& file);
     FileUpdateResult downloadFile(const ManifestFile& file);
+    // The listed patch whose base is the installed copy, when patches are allowed; the
+    // installed copy's bytes, read once to be hashed and kept as the patch's prefix, go to
+    // `base`.
+    const ManifestPatch* patchFor(const ManifestFile& file, std::vector<char>& base);
 
     struct Impl;
     std::unique_ptr<Impl> impl_;

@@ -88,6 +88,12 @@ bool UpdateClient::performUpdate(Manifest manifest) {
     if (!manifest.files.empty()) {
         logger.info("=== Phase 1: Updating VELK components (" + std::to_string(manifest.files.size()) +
                     " files) ===");
+        // A forced run (the verifier ignores the rollout share only then), or the repair of
+        // the installed release, takes whole files.
+        const ManifestVerifierConfig& installed = manifestVerifier.config();
+        fileUpdater.setPatchesAllowed(!installed.ignoreRollout &&
+                                      compareRelease(manifest.version, manifest.build_number, installed.currentVersion,
+                                                     installed.currentBuildNumber) != ReleaseOrder::Same);
         if (!allUpdated(logger, fileUpdater.updateFiles(manifest, printProgress))) return false;
     }
 

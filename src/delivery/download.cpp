@@ -155,7 +155,8 @@ Delivery Downloader::download(const ManifestFile& file) {
 }
 
 std::string Downloader::fetchFirstAnswer(const ManifestFile& file, std::chrono::steady_clock::time_point start,
-                                         Delivery& result, std::optional<platform::Sha256Digest>& plainDigest) {
+                                         Delivery& result, std::optional<platform::Sha256Digest>& plainDigest,
+                                         bool archives) {
     std::vector<Candidate> candidates;
     if (config_.baseUrls.empty()) {
         candidates.push_back({file.url, false, true});
@@ -163,7 +164,9 @@ std::string Downloader::fetchFirstAnswer(const ManifestFile& file, std::chrono::
         UrlCandidateGenerator generator(config_.baseUrls, config_.tryArchiveFirst);
         generator.reset(file.url, file.name);
         Candidate next;
-        while (generator.next(next.url, next.isArchive)) candidates.push_back(next);
+        while (generator.next(next.url, next.isArchive)) {
+            if (archives || !next.isArchive) candidates.push_back(next);
+        }
     }
     for (std::size_t i = 0; i < candidates.size(); ++i) {
         Candidate& candidate = candidates[i];

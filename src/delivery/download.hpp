@@ -59,6 +59,11 @@ public:
     // partial continued where it stopped; a source that cannot be reached is skipped for the
     // rest of the run, and one under the speed floor is left while another remains.
     Delivery download(const ManifestFile& file);
+    // Builds the entry's file from the installed copy's bytes `base` and `patch`: the patch is
+    // fetched like a file (the same candidates without archives, bounds, retries and resume)
+    // and checked by its digest, applied in the download folder, and the result checked
+    // against the entry's size and SHA-256. The caller falls back to download() on failure.
+    Delivery downloadPatched(const ManifestFile& file, const ManifestPatch& patch, const std::vector<char>& base);
 
     // The digest taken while the last plain download was written, so that its verification
     // need not read the file again; empty when there is none or the file changed since.
@@ -84,7 +89,8 @@ private:
     // file it wrote to `result.path` (an archive to its archive path), or empty (the attempts
     // in `result`) when none did.
     std::string fetchFirstAnswer(const ManifestFile& file, std::chrono::steady_clock::time_point start,
-                                 Delivery& result, std::optional<platform::Sha256Digest>& plainDigest);
+                                 Delivery& result, std::optional<platform::Sha256Digest>& plainDigest,
+                                 bool archives = true);
     // One candidate with its retries; true when it delivered.
     bool fetchCandidate(const ManifestFile& file, const Candidate& candidate, const std::string& downloadPath,
                         Delivery& result, std::optional<platform::Sha256Digest>& plainDigest);

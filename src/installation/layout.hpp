@@ -16,6 +16,7 @@ inline constexpr const char* kStagingSuffix = ".staging";
 inline constexpr const char* kSelfUpdateSuffix = "_temp";
 inline constexpr const char* kPartialSuffix = ".partial";
 inline constexpr const char* kResumeSuffix = ".resume";
+inline constexpr const char* kPatchSuffix = ".patch";
 
 class InstallationLayout {
 public:

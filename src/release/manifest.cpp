@@ -63,6 +63,16 @@ FileAction actionFromText(const std::string& text) {
     return FileAction::Replace;
 }
 
+ManifestPatch readPatch(const json& element) {
+    if (!element.is_object()) throw NotAManifest("patch is not an object");
+    ManifestPatch patch;
+    readString(element, "from_sha256", patch.from_sha256);
+    readString(element, "url", patch.url);
+    if (element.contains("size")) patch.size = readFileSize(element.at("size"));
+    readString(element, "sha256", patch.sha256);
+    return patch;
+}
+
 ManifestFile readFile(const json& element) {
     if (!element.is_object()) throw NotAManifest("file entry is not an object");
     ManifestFile file;
@@ -77,6 +87,11 @@ ManifestFile readFile(const json& element) {
     readBool(element, "backup", file.backup);
     readBool(element, "critical", file.critical);
     readBool(element, "restart_required", file.restart_required);
+    if (element.contains("patches")) {
+        const json& patches = element.at("patches");
+        if (!patches.is_array() || patches.size() > kMaxPatchesPerFile) throw NotAManifest("patches is not a short array");
+        for (const auto& patch : patches) file.patches.push_back(readPatch(patch));
+    }
     return file;
 }
 
@@ -146,6 +161,17 @@ Manifest readManifest(const json& root) {
     return manifest;
 }
 
+bool isSha256Hex(const std::string& text) {
+    return text.size() == 64 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+}
+
+std::string patchProblem(const ManifestPatch& patch) {
+    if (!isSha256Hex(patch.from_sha256) || !isSha256Hex(patch.sha256)) return "Patch digest is not a SHA-256";
+    if (patch.size == 0) return "Patch size is zero";
+    if (patch.url.empty()) return "Patch URL is empty";
+    return urlPathProblem(patch.url);
+}
+
 }  // namespace
 
 std::optional<Manifest> parseManifest(const std::string& text) {
@@ -175,11 +201,20 @@ std::string validateManifest(const Manifest& manifest) {
              {fileNameProblem(file.name), targetPathProblem(file.target_path), urlPathProblem(file.url)}) {
             if (!problem.empty()) return problem;
         }
+        for (const auto& patch : file.patches) {
+            if (const std::string problem = patchProblem(patch); !problem.empty()) return problem;
+        }
     }
     return {};
 }
 
 bool isManifestValid(const Manifest& manifest) { return validateManifest(manifest).empty(); }
+
+std::uint32_t patchWindowLog(std::uint64_t baseSize, std::uint64_t fileSize) {
+    std::uint32_t log = 10;  // zstd's smallest window
+    while (log < 63 && (std::uint64_t{1} << log) < baseSize + fileSize) ++log;
+    return log;
+}
 
 std::chrono::system_clock::time_point parseIsoTime(const std::string& text) {
     using namespace std::chrono;

@@ -16,6 +16,25 @@ enum class FileAction : std::uint32_t {
     Add = 3,
 };
 
+// A zstd patch that turns the copy whose SHA-256 is `from_sha256` into its entry's file,
+// made with that copy as its prefix.
+struct ManifestPatch {
+    std::string from_sha256;
+    std::string url;  // below the download bases, like a file's
+    std::uint64_t size = 0;
+    std::string sha256;
+};
+
+// A release lists patches from its few latest predecessors at most.
+inline constexpr std::size_t kMaxPatchesPerFile = 8;
+
+// The zstd window a patch from a base of `baseSize` bytes to a file of `fileSize` bytes is
+// made with, as a power of two: it spans both, so the file can refer to any byte of the base.
+// The publisher makes patches with it and the updater decodes with no larger one.
+std::uint32_t patchWindowLog(std::uint64_t baseSize, std::uint64_t fileSize);
+// No patch needs more history than this (1 GiB): a larger base and file go whole.
+inline constexpr std::uint32_t kMaxPatchWindowLog = 30;
+
 // One file of a release. Fields carry their JSON key names.
 struct ManifestFile {
     std::string name;
@@ -27,6 +46,7 @@ struct ManifestFile {
     bool backup = false;
     bool critical = false;
     bool restart_required = false;
+    std::vector<ManifestPatch> patches;
 };
 
 struct ManifestMetadata {

@@ -23,6 +23,17 @@ std::string signedManifestText(const Manifest& manifest) {
         addField(text, "sha256", file.sha256);
         addField(text, "size", std::to_string(file.size));
     }
+    // After the files, so that a release without patches signs the same text as before.
+    for (std::size_t index = 0; index < manifest.files.size(); ++index) {
+        const ManifestFile& file = manifest.files[index];
+        if (file.patches.empty()) continue;
+        addField(text, "patches_of", std::to_string(index));  // the file's place in the list
+        for (const auto& patch : file.patches) {
+            addField(text, "patch_from", patch.from_sha256);
+            addField(text, "patch_sha256", patch.sha256);
+            addField(text, "patch_size", std::to_string(patch.size));
+        }
+    }
     return text;
 }
 

@@ -82,6 +82,27 @@ TEST_F(CrashConsistencyTest, KilledAtAnyPointEveryFileIsOldOrNewAndARerunComplet
     EXPECT_NE(registryText().find("\"Version\"=\"2.0.0\""), std::string::npos);
 }
 
+// The same kills while a patch is fetched (stalled) and while it is applied: the patch and
+// its result live in the download folder only, so every installed file is old or new.
+TEST_F(CrashConsistencyTest, KilledWhileAPatchIsFetchedOrAppliedEveryFileIsOldOrNew) {
+    publish("1.0.0", "1", oldFiles_);
+    publish("2.0.0", "2", newFiles_, {"--delta-from", (dir_ / "release-1.0.0-1").string()});
+    const std::string manifest = readFile(site() / "manifest.json");
+    const auto at = manifest.find("files/VELK.dll.");
+    ASSERT_NE(at, std::string::npos) << "no patch published for VELK.dll";
+    const std::string patchUrl = manifest.substr(at, manifest.find('"', at) - at);
+    startServer({"--stall-seconds", "60"});
+    writeFile(rules(), "/cdn/" + patchUrl + " stall\n/mirror/" + patchUrl + " stall\n/origin/" + patchUrl + " stall\n");
+    EXPECT_TRUE(killWhen([&] { return fs::exists(downloads() / "VELK.dll.patch.tmp.partial"); }));
+    expectNoTornFile("fetching the patch");
+    writeFile(rules(), "");
+    killWhen([&] { return fs::exists(downloads() / "VELK.dll.tmp"); });
+    expectNoTornFile("applying the patch");
+
+    ASSERT_EQ(run({"--quiet"}).exitCode, 0);
+    for (const auto& [name, content] : newFiles_) EXPECT_EQ(readFile(installDir() / name), content) << name;
+}
+
 // A run killed in the middle of a download leaves the partial with its record; the next
 // run asks only for the rest, which the server sends as a 206, and completes the update.
 TEST_F(CrashConsistencyTest, DownloadCutByAKillContinuesInTheNextRun) {

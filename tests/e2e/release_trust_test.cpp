@@ -31,6 +31,7 @@ using KeySubstitution = PinnedUpdaterTest;
 using Rollback = PinnedUpdaterTest;
 using FreezeAttack = PinnedUpdaterTest;
 using StagedRollout = PinnedUpdaterTest;
+using DeltaUpdate = PinnedUpdaterTest;
 
 TEST_F(KeySubstitution, PinnedUpdaterInstallsOnlyReleasesSignedByThePinnedKeys) {
     struct Case {
@@ -125,6 +126,36 @@ TEST_F(StagedRollout, HaltedReleaseWaitsAndTheCohortIsKept) {
     ASSERT_EQ(runPinned({}).exitCode, 0);
     expectInstalled(kRelease1);
     EXPECT_EQ(cohortLine(), cohort);
+}
+
+// A release published with patches from the one installed: with every whole file answering
+// 404, only the signed patch can bring the new version. A patch entry changed on the site
+// breaks the signature.
+TEST_F(DeltaUpdate, DeltaIsUsedAndItsPatchEntryIsSigned) {
+    std::string library;
+    for (int i = 0; i < 5000; ++i) library += "function " + std::to_string(i) + ";\n";
+    const std::vector<std::string> vendor{"--sign-ed25519", key("vendor_ed25519.seed")};
+    publish("1.0.0", "100", {{"VELK.dll", library + "1.0"}}, vendor);
+    startServer();
+    freshInstallation();
+    ASSERT_EQ(runPinned({}).exitCode, 0);
+    publish("2.0.0", "200", {{"VELK.dll", library + "2.0"}},
+            {"--sign-ed25519", key("vendor_ed25519.seed"), "--delta-from", (dir_ / "release-1.0.0-100").string()});
+    const json published = json::parse(readFile(site() / "manifest.json"));
+    ASSERT_EQ(published["manifest"]["files"][0]["patches"].size(), 1u) << published.dump(2);
+    writeFile(rules(), "/cdn/files/VELK.dll 404\n/mirror/files/VELK.dll 404\n/origin/files/VELK.dll 404\n"
+                       "/cdn/files/VELK.dll.zip 404\n/mirror/files/VELK.dll.zip 404\n/origin/files/VELK.dll.zip 404\n");
+
+    rewriteManifest([](json& d) { d["manifest"]["files"][0]["patches"][0]["size"] = 12345; });
+    EXPECT_EQ(runPinned({}).exitCode, 0);
+    EXPECT_TRUE(logged("[ERROR] Signature verification failed: Signature verification failed"));
+    EXPECT_EQ(readFile(installDir() / "VELK.dll"), library + "1.0");
+
+    writeFile(site() / "manifest.json", published.dump(2));
+    EXPECT_EQ(runPinned({}).exitCode, 0);
+    EXPECT_EQ(readFile(installDir() / "VELK.dll"), library + "2.0");
+    EXPECT_TRUE(versionRecorded("2.0.0"));
+    EXPECT_TRUE(loggedStartingWith("[INFO] Patched VELK.dll from "));
 }
 
 }  // namespace

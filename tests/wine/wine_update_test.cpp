@@ -1,5 +1,5 @@
 // VELK_Updater.exe under Wine against the local update server: a real update of plain
-// files, with the product record (version and rollout cohort) read and written in the Wine
+// files and one by patch, with the product record (version and rollout cohort) read and written in the Wine
 // prefix's registry and the missing service registered through the prefix's service manager.
 #include <gtest/gtest.h>
 
@@ -86,6 +86,24 @@ TEST_F(WineUpdateTest, PlainFilesAreReplacedAndTheNewVersionIsRecorded) {
     EXPECT_NE(second.out.find("Installed VELK version: 2.0.0 (build 200)"), std::string::npos) << second.out;
     EXPECT_NE(readFile(logFile()).find("No update required - already at latest version (2.0.0) with all files current"),
               std::string::npos);
+}
+
+// The Windows program applies a zstd patch to the installed copy: every whole file is gone
+// from the server, so only the patch can bring the new build.
+TEST_F(WineUpdateTest, PatchedUpdateUsesTheInstalledCopy) {
+    std::string library;
+    for (int i = 0; i < 5000; ++i) library += "function " + std::to_string(i) + ";\n";
+    writeFile(installDir() / "VELK.dll", library + "1.0");
+    ASSERT_EQ(reg({"add", kProductKey, "/v", "Version", "/t", "REG_SZ", "/d", "1.0.0", "/f"}), 0);
+    ASSERT_EQ(reg({"add", kProductKey, "/v", "BuildNumber", "/t", "REG_SZ", "/d", "100", "/f"}), 0);
+    writeFile(dir_ / "old" / "VELK.dll", library + "1.0");
+    publish("2.0.0", "200", {{"VELK.dll", library + "2.0"}}, {"--delta-from", (dir_ / "old").string()});
+    writeFile(rules(), "/cdn/files/VELK.dll 404\n/mirror/files/VELK.dll 404\n/origin/files/VELK.dll 404\n");
+    startServer();
+    const ProcessResult result = updater();
+    EXPECT_EQ(result.exitCode, 0) << result.out << result.err;
+    EXPECT_EQ(readFile(installDir() / "VELK.dll"), library + "2.0");
+    EXPECT_NE(readFile(logFile()).find("] Patched VELK.dll from "), std::string::npos);
 }
 
 }  // namespace

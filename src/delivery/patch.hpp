@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/sha256.hpp"
+
+// Applying a zstd patch that was made with the installed copy as its prefix (zstd's
+// "--patch-from"), bounded in memory and in output.
+namespace velk::updater {
+
+struct PatchOutcome {
+    bool applied = false;
+    std::string error;
+    std::optional<platform::Sha256Digest> digest;  // of what was written
+};
+
+// Decodes the one frame in `patchPath` with `base` (the installed copy's bytes) as its prefix
+// into a new file at `outputPath`. The frame must state the size it makes, no larger than
+// `fileSize`, and may use no more history than the base and the file need; the output stops
+// as soon as it passes `fileSize` whatever the frame claimed. A frame that is cut, damaged
+// or followed by anything fails. The output is left for the caller to keep or remove.
+PatchOutcome applyPatch(const std::vector<char>& base, const std::string& patchPath, const std::string& outputPath,
+                        std::uint64_t fileSize);
+
+}  // namespace velk::updater
