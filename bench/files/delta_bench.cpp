@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <iterator>
 
 #include "../bench_support.hpp"
@@ -105,16 +106,23 @@ void BM_DeltaNeighbouringBuilds(benchmark::State& state) {
 }
 BENCHMARK(BM_DeltaNeighbouringBuilds)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 
+// `previous` changed by `change`, written once as `name`.
+fs::path derived(const fs::path& previous, const std::string& name, const std::function<void(std::string&)>& change) {
+    const fs::path next = deltaDir() / name;
+    if (fs::exists(next)) return next;
+    std::ifstream in(previous, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    change(bytes);
+    std::ofstream(next, std::ios::binary) << bytes;
+    return next;
+}
+
 void BM_DeltaRandomBytes(benchmark::State& state) {
     const fs::path previous = bench::bigFile(deltaDir() / "random_old.bin", 8ull << 20);
-    const fs::path next = deltaDir() / "random_new.bin";
-    if (!fs::exists(next)) {
-        // Other random bytes of the same size: the old file reversed in blocks is no help.
-        std::ifstream in(previous, std::ios::binary);
-        std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    // Every byte mapped to another: nothing of the old file helps.
+    const fs::path next = derived(previous, "random_new.bin", [](std::string& bytes) {
         for (auto& byte : bytes) byte = static_cast<char>(byte * 31 + 7);
-        std::ofstream(next, std::ios::binary) << bytes;
-    }
+    });
     report(state, "random", previous, next);
 }
 BENCHMARK(BM_DeltaRandomBytes)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
@@ -122,13 +130,9 @@ BENCHMARK(BM_DeltaRandomBytes)->Unit(benchmark::kMillisecond)->Iterations(1)->Us
 // 64 MiB with a few bytes changed every MiB, patched by a child.
 void BM_PeakMemoryPatching64MiB(benchmark::State& state) {
     const fs::path previous = bench::bigFile(deltaDir() / "big_old.bin", 64ull << 20);
-    const fs::path next = deltaDir() / "big_new.bin";
-    if (!fs::exists(next)) {
-        std::ifstream in(previous, std::ios::binary);
-        std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const fs::path next = derived(previous, "big_new.bin", [](std::string& bytes) {
         for (std::size_t at = 0; at < bytes.size(); at += 1 << 20) bytes[at] = static_cast<char>(~bytes[at]);
-        std::ofstream(next, std::ios::binary) << bytes;
-    }
+    });
     const updater::Manifest manifest = publishDelta("big", previous, next);
     if (manifest.files.empty() || manifest.files[0].patches.empty()) return state.SkipWithError("no patch published");
     long peak = 0;
