@@ -2,7 +2,7 @@
 // on loopback:
 // - a realistic change: the updater's own binary and its build with other pinned keys (the
 //   same sources but for one constant), reporting the bytes a patched update transfers
-//   against the whole file and both wall times;
+//   against the whole file, both wall times, and the link speed below which the patch wins;
 // - the worst case, 8 MiB of random bytes replaced by other random bytes: no patch is kept;
 // - peak memory of a child applying a patch to a 64 MiB file.
 #include <benchmark/benchmark.h>
@@ -98,6 +98,11 @@ void report(benchmark::State& state, const std::string& site, const fs::path& pr
     state.counters["bytes_ratio"] = static_cast<double>(patched.bytes) / static_cast<double>(whole.bytes);
     state.counters["whole_s"] = whole.seconds;
     state.counters["patched_s"] = patched.seconds;
+    // The link speed under which the patch is the faster update: bytes saved per second of
+    // the patch's extra local work (zero when it is not slower even on loopback).
+    const double extra = patched.seconds - whole.seconds;
+    const double saved = static_cast<double>(whole.bytes) - static_cast<double>(patched.bytes);
+    state.counters["break_even_MiB_per_s"] = extra > 0 ? saved / extra / (1 << 20) : 0;
 }
 
 void BM_DeltaNeighbouringBuilds(benchmark::State& state) {

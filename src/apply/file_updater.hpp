@@ -11,6 +11,7 @@
 #include "http/http_client.hpp"
 #include "installation/layout.hpp"
 #include "logging/logger.hpp"
+#include "platform/memory_block.hpp"
 #include "release/manifest.hpp"
 
 namespace velk::updater {
@@ -99,10 +100,9 @@ private:
     bool checkFileCurrent(const ManifestFile& file);
     FileUpdateResult updateFile(const ManifestFile& file);
     FileUpdateResult downloadFile(const ManifestFile& file);
-    // The listed patch whose base is the installed copy, when patches are allowed; the
-    // installed copy's bytes, read once to be hashed and kept as the patch's prefix, go to
-    // `base`.
-    const ManifestPatch* patchFor(const ManifestFile& file, std::vector<char>& base);
+    // The listed patch whose base is the installed copy, when patches are allowed; `base`
+    // is left viewing the installed copy, hashed once and kept as the patch's prefix.
+    const ManifestPatch* patchFor(const ManifestFile& file, platform::MappedFile& base);
 
     struct Impl;
     std::unique_ptr<Impl> impl_;

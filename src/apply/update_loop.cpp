@@ -6,6 +6,7 @@
 #include "apply/file_updater_impl.hpp"
 #include "crypto/crypto_utils.hpp"
 #include "delivery/file_check.hpp"
+#include "platform/memory_block.hpp"
 #include "platform/sha256.hpp"
 
 namespace velk::updater {
@@ -13,12 +14,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The file's bytes into `bytes` and its SHA-256 in lower-case hexadecimal, in one read;
-// empty when it cannot be read.
-std::string readAndHash(const fs::path& path, std::vector<char>& bytes) {
-    std::ifstream in(path, std::ios::binary);
-    bytes.resize(fs::file_size(path));
-    if (!in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) return "";
+// A view of the file's bytes in `bytes` and its SHA-256 in lower-case hexadecimal; empty
+// when it cannot be read.
+std::string viewAndHash(const fs::path& path, platform::MappedFile& bytes) {
+    std::string ignored;
+    if (!bytes.open(path.string(), ignored)) return "";
     const auto digest = platform::sha256Of(bytes.data(), bytes.size());
     return digest ? CryptoUtils::toHex(std::vector<std::uint8_t>(digest->begin(), digest->end())) : "";
 }
@@ -42,7 +42,7 @@ bool FileUpdater::hasRoomFor(const std::vector<ManifestFile>& downloads) {
     return hasEnoughDiskSpace(installBytes + largest);
 }
 
-const ManifestPatch* FileUpdater::patchFor(const ManifestFile& file, std::vector<char>& base) {
+const ManifestPatch* FileUpdater::patchFor(const ManifestFile& file, platform::MappedFile& base) {
     if (!impl_->config.usePatches || file.patches.empty()) return nullptr;
     try {
         const InstallationLayout& layout = impl_->config.layout;
@@ -51,11 +51,11 @@ const ManifestPatch* FileUpdater::patchFor(const ManifestFile& file, std::vector
         if (!fs::is_regular_file(installed)) return nullptr;
         // No patch may need more history than the decoder keeps: such a copy is not even read.
         if (patchWindowLog(fs::file_size(installed), file.size) > kMaxPatchWindowLog) return nullptr;
-        const std::string installedSha256 = readAndHash(installed, base);
+        const std::string installedSha256 = viewAndHash(installed, base);
         for (const auto& patch : file.patches) {
             if (sameDigestIgnoringCase(patch.from_sha256, installedSha256)) return &patch;
         }
-        base.clear();
+        base.close();
     } catch (const std::exception& error) {
         impl_->logger.warning("Cannot examine " + file.name + " for a patch: " + error.what());
     }
@@ -64,10 +64,10 @@ const ManifestPatch* FileUpdater::patchFor(const ManifestFile& file, std::vector
 
 FileUpdateResult FileUpdater::downloadFile(const ManifestFile& file) {
     Delivery delivery;
-    std::vector<char> base;
+    platform::MappedFile base;
     if (const ManifestPatch* patch = patchFor(file, base)) {
-        delivery = impl_->downloader.downloadPatched(file, *patch, base);
-        std::vector<char>().swap(base);  // not held while a whole file downloads
+        delivery = impl_->downloader.downloadPatched(file, *patch, {base.data(), base.size()});
+        base.close();  // not held while a whole file downloads
         if (!delivery.success) {
             impl_->logger.warning("Patch for " + file.name + " not used (" + delivery.errorMessage +
                                   "); downloading the whole file");

@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -63,7 +64,7 @@ public:
     // fetched like a file (the same candidates without archives, bounds, retries and resume)
     // and checked by its digest, applied in the download folder, and the result checked
     // against the entry's size and SHA-256. The caller falls back to download() on failure.
-    Delivery downloadPatched(const ManifestFile& file, const ManifestPatch& patch, const std::vector<char>& base);
+    Delivery downloadPatched(const ManifestFile& file, const ManifestPatch& patch, std::span<const char> base);
 
     // The digest taken while the last plain download was written, so that its verification
     // need not read the file again; empty when there is none or the file changed since.

@@ -4,8 +4,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <memory>
+#include <variant>
 
+#include "platform/memory_block.hpp"
 #include "platform/private_files.hpp"
 #include "release/manifest.hpp"
 
@@ -23,18 +26,17 @@ PatchOutcome failed(std::string error) {
 }
 
 // The patch was fetched within its listed size and checked by its digest: it fits in memory.
-bool readWhole(const std::string& path, std::vector<char>& bytes) {
+bool readWhole(const std::string& path, platform::MemoryBlock& bytes) {
     std::error_code error;
     const std::uint64_t size = fs::file_size(path, error);
-    if (error) return false;
+    if (error || !bytes.allocate(size)) return false;
     std::ifstream in(path, std::ios::binary);
-    bytes.resize(size);
     return static_cast<bool>(in.read(bytes.data(), static_cast<std::streamsize>(size)));
 }
 
-// Why the patch is refused before anything is decoded: it must be one whole frame that
-// states the size it makes, no larger than `fileSize`.
-std::string frameProblem(const std::vector<char>& patch, std::uint64_t fileSize) {
+// The size the patch makes, or why it is refused before anything is decoded: it must be one
+// whole frame that states that size, no larger than `fileSize`.
+std::variant<std::uint64_t, std::string> declaredSize(const platform::MemoryBlock& patch, std::uint64_t fileSize) {
     const std::size_t frameSize = ZSTD_findFrameCompressedSize(patch.data(), patch.size());
     if (ZSTD_isError(frameSize)) return "Patch is cut short or damaged";
     if (frameSize != patch.size()) return "Data after the patch's frame";
@@ -43,56 +45,53 @@ std::string frameProblem(const std::vector<char>& patch, std::uint64_t fileSize)
         return "Patch does not state the size of its result";
     }
     if (declared > fileSize) return "Patch result larger than the expected " + std::to_string(fileSize) + " bytes";
+    return static_cast<std::uint64_t>(declared);
+}
+
+// Decodes the frame in one pass straight into `result`, which is exactly the size the frame
+// stated: the decoder keeps no window of its own, and a frame that would make more stops at
+// the end of the block. An empty text when it decoded whole.
+std::string decode(ZSTD_DCtx* decoder, const platform::MemoryBlock& patch, platform::MemoryBlock& result) {
+    const std::size_t made = ZSTD_decompressDCtx(decoder, result.data(), result.size(), patch.data(), patch.size());
+    if (ZSTD_isError(made)) return std::string("Patch cannot be decoded: ") + ZSTD_getErrorName(made);
+    if (made != result.size()) return "Patch result shorter than it stated";
     return "";
 }
 
-// Streams the frame through the decoder into `out`, which never takes more than `fileSize`
-// bytes whatever the frame claimed; an empty text when it decoded whole.
-std::string decode(ZSTD_DCtx* decoder, const std::vector<char>& patch, platform::OutputFile& out,
-                   platform::Sha256& digest, std::uint64_t fileSize) {
-    std::vector<char> block(ZSTD_DStreamOutSize());
-    ZSTD_inBuffer input{patch.data(), patch.size(), 0};
-    std::uint64_t written = 0;
-    std::size_t pending = 1;  // the decoder's hint: 0 once the frame is complete
-    while (pending != 0) {
-        ZSTD_outBuffer output{block.data(), block.size(), 0};
-        pending = ZSTD_decompressStream(decoder, &output, &input);
-        if (ZSTD_isError(pending)) return std::string("Patch cannot be decoded: ") + ZSTD_getErrorName(pending);
-        if (output.pos == 0 && input.pos == input.size && pending != 0) return "Patch is cut short or damaged";
-        written += output.pos;
-        if (written > fileSize) return "Patch result larger than the expected " + std::to_string(fileSize) + " bytes";
-        if (!out.write(block.data(), output.pos)) return "Cannot write the patched file";
-        digest.update(block.data(), output.pos);
-    }
+std::string writeResult(const std::string& outputPath, const platform::MemoryBlock& result) {
+    platform::OutputFile out;
+    std::string error;
+    if (!out.open(outputPath, platform::OutputFile::Mode::CreateNew, error)) return error;
+    const bool written = out.write(result.data(), result.size());
+    if (!out.close() || !written) return "Cannot write the patched file";
     return "";
 }
 
 }  // namespace
 
-PatchOutcome applyPatch(const std::vector<char>& base, const std::string& patchPath, const std::string& outputPath,
+PatchOutcome applyPatch(std::span<const char> base, const std::string& patchPath, const std::string& outputPath,
                         std::uint64_t fileSize) {
-    const std::uint32_t windowLog = patchWindowLog(base.size(), fileSize);
-    if (windowLog > kMaxPatchWindowLog) return failed("Installed copy and file too large for a patch");
-    std::vector<char> patch;
+    if (patchWindowLog(base.size(), fileSize) > kMaxPatchWindowLog) return failed("Installed copy and file too large for a patch");
+    platform::MemoryBlock patch;
     if (!readWhole(patchPath, patch)) return failed("Cannot read the patch");
-    if (const std::string problem = frameProblem(patch, fileSize); !problem.empty()) return failed(problem);
+    const auto size = declaredSize(patch, fileSize);
+    if (const auto* problem = std::get_if<std::string>(&size)) return failed(*problem);
 
-    // No more history than the base and the file need, so a frame cannot demand a large window.
+    // Memory stays bounded by the base and the stated size, both within the cap checked above.
     Decoder decoder(ZSTD_createDCtx(), ZSTD_freeDCtx);
-    if (!decoder || ZSTD_isError(ZSTD_DCtx_setParameter(decoder.get(), ZSTD_d_windowLogMax, static_cast<int>(windowLog))) ||
-        ZSTD_isError(ZSTD_DCtx_refPrefix(decoder.get(), base.data(), base.size()))) {
+    if (!decoder || ZSTD_isError(ZSTD_DCtx_refPrefix(decoder.get(), base.data(), base.size()))) {
         return failed("Cannot start the patch decoder");
     }
-    platform::OutputFile out;
-    std::string error;
-    if (!out.open(outputPath, platform::OutputFile::Mode::CreateNew, error)) return failed(error);
-    platform::Sha256 digest;
-    std::string problem = decode(decoder.get(), patch, out, digest, fileSize);
-    if (!out.close() && problem.empty()) problem = "Cannot write the patched file";
-    if (!problem.empty()) return failed(problem);
+    platform::MemoryBlock result;
+    if (!result.allocate(std::get<std::uint64_t>(size))) return failed("No memory for the patched file");
+    if (std::string problem = decode(decoder.get(), patch, result); !problem.empty()) return failed(problem);
+    // Hashed on the other core while it is written.
+    auto digest = std::async(std::launch::async, [&result] { return platform::sha256Of(result.data(), result.size()); });
+    const std::string problem = writeResult(outputPath, result);
     PatchOutcome outcome;
+    outcome.digest = digest.get();
+    if (!problem.empty()) return failed(problem);
     outcome.applied = true;
-    outcome.digest = digest.finish();
     return outcome;
 }
 

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "platform/sha256.hpp"
 
@@ -22,7 +22,7 @@ struct PatchOutcome {
 // `fileSize`, and may use no more history than the base and the file need; the output stops
 // as soon as it passes `fileSize` whatever the frame claimed. A frame that is cut, damaged
 // or followed by anything fails. The output is left for the caller to keep or remove.
-PatchOutcome applyPatch(const std::vector<char>& base, const std::string& patchPath, const std::string& outputPath,
+PatchOutcome applyPatch(std::span<const char> base, const std::string& patchPath, const std::string& outputPath,
                         std::uint64_t fileSize);
 
 }  // namespace velk::updater

@@ -39,7 +39,7 @@ Delivery failedWith(Delivery result, std::string error) {
 
 }  // namespace
 
-Delivery Downloader::downloadPatched(const ManifestFile& file, const ManifestPatch& patch, const std::vector<char>& base) {
+Delivery Downloader::downloadPatched(const ManifestFile& file, const ManifestPatch& patch, std::span<const char> base) {
     const auto start = std::chrono::steady_clock::now();
     keptDigest_.reset();
     Delivery result;
