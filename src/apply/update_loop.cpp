@@ -49,7 +49,7 @@ const ManifestPatch* FileUpdater::patchFor(const ManifestFile& file, platform::M
         const fs::path installed = layout.targetFile(file.target_path);
         requireInside(layout.installDirectory(), installed);
         if (!fs::is_regular_file(installed)) return nullptr;
-        // No patch may need more history than the decoder keeps: such a copy is not even read.
+        // A copy too large to be patched is not even read.
         if (patchWindowLog(fs::file_size(installed), file.size) > kMaxPatchWindowLog) return nullptr;
         const std::string installedSha256 = viewAndHash(installed, base);
         for (const auto& patch : file.patches) {

@@ -19,9 +19,9 @@ struct PatchOutcome {
 
 // Decodes the one frame in `patchPath` with `base` (the installed copy's bytes) as its prefix
 // into a new file at `outputPath`. The frame must state the size it makes, no larger than
-// `fileSize`, and may use no more history than the base and the file need; the output stops
-// as soon as it passes `fileSize` whatever the frame claimed. A frame that is cut, damaged
-// or followed by anything fails. The output is left for the caller to keep or remove.
+// `fileSize`, and make exactly that: memory holds the base and that size, nothing more. A
+// frame that is cut, damaged or followed by anything fails, as do a base and file too large
+// for a patch together. The output is left for the caller to keep or remove.
 PatchOutcome applyPatch(std::span<const char> base, const std::string& patchPath, const std::string& outputPath,
                         std::uint64_t fileSize);
 

@@ -30,7 +30,7 @@ inline constexpr std::size_t kMaxPatchesPerFile = 8;
 
 // The zstd window a patch from a base of `baseSize` bytes to a file of `fileSize` bytes is
 // made with, as a power of two: it spans both, so the file can refer to any byte of the base.
-// The publisher makes patches with it and the updater decodes with no larger one.
+// The publisher makes patches with it; the updater refuses bases that would need more.
 std::uint32_t patchWindowLog(std::uint64_t baseSize, std::uint64_t fileSize);
 // No patch needs more history than this (1 GiB): a larger base and file go whole.
 inline constexpr std::uint32_t kMaxPatchWindowLog = 30;
