@@ -13,9 +13,8 @@
 #include <iterator>
 
 #include "../bench_support.hpp"
-#include "apply/file_updater.hpp"
+#include "updater_run.hpp"
 #include "crypto/crypto_utils.hpp"
-#include "http/http_client.hpp"
 #include "support/http_test_server.hpp"
 
 namespace {
@@ -60,27 +59,10 @@ Run update(const std::string& site, const updater::Manifest& manifest, const fs:
     fs::remove_all(install);
     fs::create_directories(install);
     fs::copy_file(previous, install / "VELK.dll");
-    updater::LoggerConfig quiet;
-    quiet.sinks = 0;
-    updater::Logger logger(quiet);
-    logger.initialize();
-    updater::HttpClient http{updater::HttpConfig{}};
-    http.initialize();
-    updater::FileUpdaterConfig config;
-    config.layout = updater::InstallationLayout(install.string());
-    config.baseUrls = {server().url("/" + site)};
-    config.tryArchiveFirst = false;
-    config.usePatches = patches;
-    updater::FileUpdater files(config, http, logger);
-    files.initialize();
     Run run;
     const auto start = std::chrono::steady_clock::now();
-    for (const auto& result : files.updateFiles(manifest, {})) {
-        if (!result.success) std::abort();
-        run.bytes += result.bytesDownloaded;
-    }
+    run.bytes = bench::runFileUpdater(install, server().url("/" + site), manifest, patches);
     run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    logger.shutdown();
     return run;
 }
 

@@ -18,8 +18,7 @@
 #include "../bench_support.hpp"
 #include "support/http_test_server.hpp"
 #include "crypto/crypto_utils.hpp"
-#include "apply/file_updater.hpp"
-#include "http/http_client.hpp"
+#include "updater_run.hpp"
 
 namespace {
 
@@ -77,23 +76,8 @@ test::HttpTestServer& server() {
 fs::path installDir() { return bench::benchDir("files") / "install"; }
 
 void runUpdate(const Release& release, bool fresh) {
-    updater::LoggerConfig quiet;
-    quiet.sinks = 0;
-    updater::Logger logger(quiet);
-    logger.initialize();
-    updater::HttpClient http{updater::HttpConfig{}};
-    http.initialize();
-    updater::FileUpdaterConfig config;
-    config.layout = updater::InstallationLayout(installDir().string());
-    config.baseUrls = {server().url("/" + release.site.filename().string())};
-    config.tryArchiveFirst = false;  // no archives published: plain files only, as curl fetches them
     if (fresh) fs::remove_all(installDir());
-    updater::FileUpdater updater(config, http, logger);
-    updater.initialize();
-    for (const auto& result : updater.updateFiles(release.manifest, {})) {
-        if (!result.success) std::abort();
-    }
-    logger.shutdown();
+    bench::runFileUpdater(installDir(), server().url("/" + release.site.filename().string()), release.manifest);
 }
 
 double secondsOf(const std::function<void()>& work) {
