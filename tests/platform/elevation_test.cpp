@@ -27,19 +27,9 @@ TEST(ArgumentText, QuotesOnlyArgumentsWithBlanks) {
     EXPECT_EQ(argumentText({"a\tb", "say\"hi\"", "", "z"}), "a\tb say\"hi\"  z");
 }
 
-TEST(Elevation, RootIsAlreadyElevatedAndStartsNothing) {
-    if (::geteuid() != 0) GTEST_SKIP() << "needs to run as root";
-    EXPECT_TRUE(isProcessElevated());
-    const ElevationResult result = requestElevation("/bin/false", "", true);
-    EXPECT_TRUE(result.success);
-    EXPECT_TRUE(result.alreadyElevated);
-    EXPECT_EQ(result.message, "Process is already elevated");
-    EXPECT_EQ(result.exitCode, 0u);
-}
-
 // A stand-in sudo, alone on PATH, records each call's words one to a line and declines or
-// grants the prompt ("-v"); the program it is asked to start ends with 7. The argument text
-// is split at blanks outside quotes, and no empty word is passed on.
+// grants the prompt ("-v"); the program it starts ends with 7. The argument text is split at
+// blanks outside quotes, and no empty word is passed on. Root asks for nothing.
 TEST(Elevation, SudoIsAskedFirstThenGetsTheWordsOfTheArgumentText) {
     const std::string program = "/opt/VELK/VELK_Updater";
     const struct {
@@ -62,6 +52,7 @@ TEST(Elevation, SudoIsAskedFirstThenGetsTheWordsOfTheArgumentText) {
                                               std::string(row.prompt) + "\nexit 7\n");
             std::filesystem::permissions(dir / "sudo", std::filesystem::perms::owner_all);
         }
+        EXPECT_TRUE(::geteuid() != 0 || requestElevation(program, row.arguments, true).alreadyElevated);
         const ElevationResult result = startElevated(program, row.arguments, true);
         EXPECT_EQ(result.success, row.errorCode == 0) << row.arguments;
         EXPECT_EQ(result.errorCode, row.errorCode) << row.arguments;
