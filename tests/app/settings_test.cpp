@@ -46,25 +46,30 @@ TEST_F(SettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
 }
 
 // The limits of a run as the updater promises them: a connection gets 30 s, a request (and a
-// download without news) 60 s; a transient failure waits 1 s doubling up to 15 s, a server's
-// Retry-After up to 60 s, and 2 minutes of failures in all; a source under 32 KiB/s for 20 s
-// is left. Seeing the timeouts happen would take their whole length, so they are read from
-// the run's settings; the retry count is seen at work below.
-TEST(RunSettings, LimitsAreThePromisedOnes) {
+// download without news) 60 s, failures 2 minutes of a run in all; a source under 32 KiB/s
+// for 20 s is left. Seeing a timeout happen would take its whole length, so those values are
+// read from the run's settings. The waits are seen through the run's policy: 1 s doubling up
+// to 15 s, less a random part of at most half, or Retry-After in seconds up to 60 s.
+TEST(RunSettings, LimitsAndWaitsAreThePromisedOnes) {
     const HttpConfig http = makeHttpConfig();
-    const TransferPolicy transfer = makeFileUpdaterConfig(InstallationLayout("/opt/VELK")).transfer;
-    const auto ms = [](std::chrono::milliseconds value) { return static_cast<std::uint64_t>(value.count()); };
+    const TransferPolicy policy = makeFileUpdaterConfig(InstallationLayout("/opt/VELK")).transfer;
     const struct { const char* what; std::uint64_t value, promised; } rows[] = {
         {"connect timeout, s", http.connectTimeoutSeconds, 30},
         {"request timeout, s", http.requestTimeoutSeconds, 60},
-        {"first wait, ms", ms(transfer.firstDelay), 1000},
-        {"longest wait, ms", ms(transfer.maxDelay), 15000},
-        {"Retry-After cap, ms", ms(transfer.retryAfterCap), 60000},
-        {"retry budget, ms", ms(transfer.retryBudget), 120000},
-        {"speed floor, bytes/s", transfer.minBytesPerSecond, 32 * 1024},
-        {"speed window, s", transfer.slowWindowSeconds, 20},
+        {"retry budget, s", static_cast<std::uint64_t>(policy.retryBudget.count() / 1000), 120},
+        {"speed floor, bytes/s", policy.minBytesPerSecond, 32 * 1024},
+        {"speed window, s", policy.slowWindowSeconds, 20},
     };
     for (const auto& row : rows) EXPECT_EQ(row.value, row.promised) << row.what;
+    const auto wait = [&policy](std::uint32_t retry, const std::string& retryAfter, double fraction) {
+        return std::to_string(retryDelay(policy, retry, retryAfter, fraction).count()) + " ";
+    };
+    std::string waits;  // retries 0, 1, 2, 4 and 40; then with a random part
+    for (const std::uint32_t retry : {0u, 1u, 2u, 4u, 40u}) waits += wait(retry, "", 0);
+    EXPECT_EQ(waits + wait(1, "", 0.5) + wait(3, "", 0.999), "1000 2000 4000 15000 15000 1500 4004 ");
+    std::string asked;  // anything but a number of seconds leaves the doubled wait
+    for (const char* retryAfter : {"7", "120", "0", "Wed, 21 Oct 2015 07:28:00 GMT", "-5", "1234567890"}) asked += wait(2, retryAfter, 0.5);
+    EXPECT_EQ(asked, "7000 60000 0 3000 3000 3000 ");
 }
 
 // A source answering 503 is asked 1 + 3 times for a file through the run's own settings (the
