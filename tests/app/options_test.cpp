@@ -66,10 +66,8 @@ Parsed parse(std::vector<std::string> args) {
     return parsed;
 }
 
-// Each switch, in each of its forms, sets its own field and no other; values are taken as
-// given, even one that looks like an option, and of repeated or competing ones the last wins.
-// Expected: the set switches (c f d v q b s, in the order of the usage), then the level,
-// channel, installation folder, manifest and configuration file.
+// Each switch form sets its own field only; values are taken as given; the last one wins.
+// Expected: switches set (c f d v q b s), level, channel, folder, manifest, configuration.
 TEST(CommandLine, EachArgumentSetsOnlyItsOwnFieldAndTheLastOneWins) {
     const struct { std::vector<std::string> args; std::string expected; } rows[] = {
         {{}, "|info|stable|||"},

@@ -45,11 +45,9 @@ TEST_F(SettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
     }
 }
 
-// The limits of a run as the updater promises them: a connection gets 30 s, a request (and a
-// download without news) 60 s, failures 2 minutes of a run in all; a source under 32 KiB/s
-// for 20 s is left. Seeing a timeout happen would take its whole length, so those values are
-// read from the run's settings. The waits are seen through the run's policy: 1 s doubling up
-// to 15 s, less a random part of at most half, or Retry-After in seconds up to 60 s.
+// The run's promised limits. A timeout seen at work would take its whole length, so those are
+// read from the settings; the waits (1 s doubling up to 15 s, less a random part of at most
+// half; Retry-After up to 60 s) are computed with the run's own policy.
 TEST(RunSettings, LimitsAndWaitsAreThePromisedOnes) {
     const HttpConfig http = makeHttpConfig();
     const TransferPolicy policy = makeFileUpdaterConfig(InstallationLayout("/opt/VELK")).transfer;

@@ -168,10 +168,8 @@ TEST_F(DownloadTest, WithoutBaseUrlsTheEntryUrlIsFetchedDirectly) {
     EXPECT_EQ(missing.errorMessage, "Direct download failed: ");
 }
 
-// The digest is taken while the file is written; attempts cut off before the one that
-// succeeds leave nothing of theirs in it. The download folder is shared: a file replaced
-// after its download (another size, or the same size with another modification time) is
-// hashed again, not judged by that digest.
+// The digest taken while writing has nothing of the cut-off attempts in it, and stands for the
+// file only while its size and modification time are unchanged (the folder is shared).
 TEST_F(DownloadTest, DigestTakenDuringDownloadStandsForTheFileOnlyWhileItIsUnchanged) {
     const std::string content(100 * 1024, 'v');
     server_.setEndless("/cdn/files/VELK.dll.zip");

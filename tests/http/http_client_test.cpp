@@ -89,10 +89,8 @@ protected:
     HttpClient client_{verbose()};
 };
 
-// Each answer in memory and streamed: an error status is a transport success whose body goes
-// to the receiver, which hears of every answer once, an empty one too; libcurl's failures
-// carry its text (after "Curl error: " for downloads) and print no debug lines; five
-// redirects are followed, the sixth is refused.
+// An error status is a transport success whose body the receiver gets, after hearing of the
+// answer once; libcurl's failures carry its text and print no debug lines.
 TEST_F(HttpClientTest, EachAnswerInMemoryAndStreamed) {
     server_.set("/short", std::string(900, 's'), 200, Kind::Short);  // fewer bytes than announced
     server_.setRedirect("/hop1", "/file");

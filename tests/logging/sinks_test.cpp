@@ -77,8 +77,7 @@ TEST_F(RotationTest, FailedRenameKeepsLoggingInTheSameFile) {
 }
 
 // Warnings and worse go to standard error, the rest to standard output, each in its level's
-// colour where that stream may have colours: a piped output stays plain while a terminal's
-// error stream is coloured.
+// colour only where that stream may have colours.
 TEST(ConsoleSink, EachStreamDecidesOnColoursForItself) {
     const struct { LogLevel level; bool outColours, errColours, useColors; std::string out, err; } rows[] = {
         {LogLevel::Trace, true, true, true, "\033[37mline\033[0m\n", ""},
