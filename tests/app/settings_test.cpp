@@ -5,7 +5,9 @@
 #include "crypto/crypto_utils.hpp"
 #include "installation/version_record.hpp"
 #include "release/version_decision.hpp"
-#include "support/test_support.hpp"
+#include "support/http_test_server.hpp"
+#include "support/log_capture.hpp"
+#include "support/manifest_entry.hpp"
 
 namespace velk::updater {
 namespace {
@@ -17,35 +19,80 @@ protected:
     }
 };
 
+// Level names are case-sensitive: an unknown one keeps INFO. The registry's level applies
+// unless the command line names one; the registry can switch logging off altogether.
 TEST_F(SettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
-    const InstallationLayout layout("/opt/VELK");
-    UpdaterConfig options;
-    LoggerConfig config = makeLoggerConfig(options, layout);
-    EXPECT_EQ(config.sinks, 15u);
-    EXPECT_EQ(config.minLevel, LogLevel::Info);
-    EXPECT_EQ(config.logFilePath, "/opt/VELK/logs/updater.log");
-    EXPECT_TRUE(config.useColors);
-    EXPECT_TRUE(config.asyncMode);
-    EXPECT_EQ(config.maxFileSize, LoggerConfig().maxFileSize);
+    const struct { bool quiet, background; std::string level, registry; std::uint32_t sinks; LogLevel minLevel; } rows[] = {
+        {false, false, "", "", 15, LogLevel::Info},
+        {true, true, "Warning", "", 6, LogLevel::Info},
+        {false, false, "critical", "\"LogLevel\"=\"error\"", 15, LogLevel::Critical},
+        {false, true, "", "\"LogLevel\"=\"error\"", 15, LogLevel::Error},
+        {false, false, "", "\"EnableUpdaterLogs\"=dword:00000000", 0, LogLevel::Info},
+    };
+    for (const auto& row : rows) {
+        logging(row.registry + "\n");
+        UpdaterConfig options;
+        options.quiet = row.quiet;
+        options.background = row.background;
+        options.logLevel = row.level;
+        const LoggerConfig config = makeLoggerConfig(options, InstallationLayout("/opt/VELK"));
+        EXPECT_EQ(config.sinks, row.sinks) << row.level << row.registry;
+        EXPECT_EQ(config.minLevel, row.minLevel) << row.level << row.registry;
+        EXPECT_EQ(config.useColors, !row.background || row.sinks == 0) << row.level << row.registry;
+        EXPECT_EQ(config.logFilePath, row.sinks == 0 ? "" : "/opt/VELK/logs/updater.log");
+        EXPECT_TRUE(config.asyncMode);
+        EXPECT_EQ(config.maxFileSize, LoggerConfig().maxFileSize);
+    }
+}
 
-    options.quiet = true;
-    options.background = true;
-    options.logLevel = "Warning";  // case matters: unknown names keep INFO
-    config = makeLoggerConfig(options, layout);
-    EXPECT_EQ(config.sinks, 6u);
-    EXPECT_FALSE(config.useColors);
-    EXPECT_EQ(config.minLevel, LogLevel::Info);
+// The run's promised limits. A timeout seen at work would take its whole length, so those are
+// read from the settings; the waits (1 s doubling up to 15 s, less a random part of at most
+// half; Retry-After up to 60 s) are computed with the run's own policy.
+TEST(RunSettings, LimitsAndWaitsAreThePromisedOnes) {
+    const HttpConfig http = makeHttpConfig();
+    const TransferPolicy policy = makeFileUpdaterConfig(InstallationLayout("/opt/VELK")).transfer;
+    const struct { const char* what; std::uint64_t value, promised; } rows[] = {
+        {"connect timeout, s", http.connectTimeoutSeconds, 30},
+        {"request timeout, s", http.requestTimeoutSeconds, 60},
+        {"retry budget, s", static_cast<std::uint64_t>(policy.retryBudget.count() / 1000), 120},
+        {"speed floor, bytes/s", policy.minBytesPerSecond, 32 * 1024},
+        {"speed window, s", policy.slowWindowSeconds, 20},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.value, row.promised) << row.what;
+    const auto wait = [&policy](std::uint32_t retry, const std::string& retryAfter, double fraction) {
+        return std::to_string(retryDelay(policy, retry, retryAfter, fraction).count()) + " ";
+    };
+    std::string waits;  // retries 0, 1, 2, 4 and 40; then with a random part
+    for (const std::uint32_t retry : {0u, 1u, 2u, 4u, 40u}) waits += wait(retry, "", 0);
+    EXPECT_EQ(waits + wait(1, "", 0.5) + wait(3, "", 0.999), "1000 2000 4000 15000 15000 1500 4004 ");
+    std::string asked;  // anything but a number of seconds leaves the doubled wait
+    for (const char* retryAfter : {"7", "120", "0", "Wed, 21 Oct 2015 07:28:00 GMT", "-5", "1234567890"}) asked += wait(2, retryAfter, 0.5);
+    EXPECT_EQ(asked, "7000 60000 0 3000 3000 3000 ");
+}
 
-    logging("\"LogLevel\"=\"error\"\n");
-    options.logLevel = "critical";
-    EXPECT_EQ(makeLoggerConfig(options, layout).minLevel, LogLevel::Critical);
-    options.logLevel = "";
-    EXPECT_EQ(makeLoggerConfig(options, layout).minLevel, LogLevel::Error);
-
-    logging("\"EnableUpdaterLogs\"=dword:00000000\n");
-    config = makeLoggerConfig(options, layout);
-    EXPECT_EQ(config.sinks, 0u);
-    EXPECT_TRUE(config.logFilePath.empty());
+// A source answering 503 is asked 1 + 3 times for a file through the run's own settings (the
+// archive's 404 once); only the waits are shortened, which leaves the count alone.
+TEST_F(SettingsTest, TransientFailureIsTriedThreeMoreTimes) {
+    ASSERT_TRUE(CryptoUtils::initialize());
+    test::HttpTestServer server;
+    server.set("/cdn/files/VELK.dll", "busy", 503);
+    FileUpdaterConfig config = makeFileUpdaterConfig(InstallationLayout((root() / "install").string()));
+    config.baseUrls = {server.url("/cdn")};
+    config.transfer.firstDelay = config.transfer.maxDelay = std::chrono::milliseconds(1);
+    HttpClient http(makeHttpConfig());
+    ASSERT_TRUE(http.initialize());
+    test::LogCapture log;
+    FileUpdater updater(config, http, log.logger());
+    ASSERT_TRUE(updater.initialize());
+    Manifest manifest;
+    manifest.files = {test::entry("VELK.dll", "library")};
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(updater.updateFiles(manifest, {}).at(0).success);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("[HTTP DEBUG] Status Code: 503\n"), std::string::npos);
+    EXPECT_EQ(server.requests(), (std::vector<std::string>{"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll", "/cdn/files/VELK.dll",
+                                                            "/cdn/files/VELK.dll", "/cdn/files/VELK.dll"}));
+    EXPECT_EQ(server.lastHeader("User-Agent"), "VELK-Updater/1.0.0");
+    CryptoUtils::cleanup();
 }
 
 // The run's installation is the folder named on the command line, else the registered one;
@@ -82,8 +129,8 @@ TEST(VerifierSettings, DowngradesAreRefusedOnlyWhenDisabledAndNotForced) {
     EXPECT_EQ(makeVerifierConfig(options, "1", "2", 7).channel, "stable");
 }
 
-// A share of the fleet takes a release: each installation draws its cohort once, keeps it in
-// its product record, and a larger share keeps everyone who was in.
+// A share of the fleet takes a release: each installation draws its cohort, keeps it in its
+// product record (kept across runs: end to end), and a larger share keeps everyone who was in.
 TEST(StagedRollout, CohortsAreDrawnOnceKeptAndSplitTheFleet) {
     ASSERT_TRUE(CryptoUtils::initialize());
     constexpr int kRoots = 400;
@@ -94,7 +141,6 @@ TEST(StagedRollout, CohortsAreDrawnOnceKeptAndSplitTheFleet) {
         test::writeRegistry(root.path(), std::string(test::kProductKeyHeader) + "\"Version\"=\"1.0.0\"\n");
         const std::uint32_t cohort = rolloutCohort();
         ASSERT_LT(cohort, kRolloutCohorts);
-        EXPECT_EQ(rolloutCohort(), cohort) << "a second run draws again";
         EXPECT_EQ(getRolloutCohort(), cohort);
         const bool atQuarter = inRollout(cohort, 25);
         inAtQuarter += atQuarter ? 1 : 0;

@@ -39,6 +39,24 @@ protected:
     }
 };
 
+// Which failures are tried again on the same source and which move on at once. (The waits
+// between attempts are checked with the run's own policy in the app tests.)
+TEST(RetryJudgement, TransientFailuresAreRetriedOthersMoveOn) {
+    const auto verdict = [](int status, bool transient = false, const std::string& error = "") {
+        HttpResponse response;
+        response.statusCode = status;
+        response.transient = transient;
+        response.error = error;
+        return judge(response);
+    };
+    for (const int status : {408, 429, 500, 502, 503, 504}) EXPECT_EQ(verdict(status), Verdict::Retry) << status;
+    for (const int status : {301, 400, 403, 404, 410, 416, 501, 505}) EXPECT_EQ(verdict(status), Verdict::NextCandidate) << status;
+    for (const int status : {200, 206, 299}) EXPECT_EQ(verdict(status), Verdict::Success) << status;
+    EXPECT_EQ(verdict(0, true), Verdict::Retry);
+    EXPECT_EQ(verdict(0), Verdict::NextCandidate);
+    EXPECT_EQ(verdict(200, false, "Proxy authentication required (proxy)"), Verdict::NextCandidate);
+}
+
 // 503 (whose Retry-After is honoured up to its cap), 429, a cut body and a refused
 // connection are each tried again on the same source; 404 moves on at once, and so do the
 // retries once they are used up or the run's wait budget is spent.

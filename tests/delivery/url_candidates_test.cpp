@@ -5,17 +5,17 @@
 namespace velk::updater {
 namespace {
 
-std::vector<std::string> candidates(const std::vector<std::string>& bases, bool archiveFirst, const std::string& url,
-                                    const std::string& name) {
+// The candidates, each followed by "|", an archive marked " [zip]".
+std::string candidates(const std::vector<std::string>& bases, bool archiveFirst, const std::string& url,
+                       const std::string& name) {
     UrlCandidateGenerator generator(bases, archiveFirst);
     generator.reset(url, name);
-    std::vector<std::string> urls;
+    std::string urls;
     std::string next;
     bool archive = false;
-    while (generator.next(next, archive)) {
-        urls.push_back(next + (archive ? " [zip]" : ""));
-    }
-    EXPECT_EQ(generator.attemptedUrls().size(), urls.size());
+    std::size_t count = 0;
+    for (; generator.next(next, archive); ++count) urls += next + (archive ? " [zip]|" : "|");
+    EXPECT_EQ(generator.attemptedUrls().size(), count);
     return urls;
 }
 
@@ -36,28 +36,22 @@ TEST(UrlText, SplitAndJoin) {
     EXPECT_EQ(joinUrlPath("a", ""), "a");
 }
 
-TEST(UrlCandidates, ArchiveFirstThenPlainAtEveryBase) {
-    EXPECT_EQ(candidates({"http://cdn/", "http://mirror"}, true, "files/VELK.dll", "VELK.dll"),
-              (std::vector<std::string>{"http://cdn/files/VELK.dll.zip [zip]", "http://cdn/files/VELK.dll",
-                                        "http://mirror/files/VELK.dll.zip [zip]", "http://mirror/files/VELK.dll"}));
-    EXPECT_EQ(candidates({"http://cdn"}, false, "files/VELK.dll", "VELK.dll"),
-              (std::vector<std::string>{"http://cdn/files/VELK.dll", "http://cdn/files/VELK.dll.zip [zip]"}));
-}
-
-TEST(UrlCandidates, AbsoluteUrlsKeepOnlyTheirPath) {
-    EXPECT_EQ(candidates({"http://cdn/base/"}, true, "https://elsewhere:8443/x/y/VELK.dll", "ignored.dll"),
-              (std::vector<std::string>{"http://cdn/base/x/y/VELK.dll.zip [zip]", "http://cdn/base/x/y/VELK.dll"}));
-    // No file name after the split: nothing to request.
-    EXPECT_TRUE(candidates({"http://cdn"}, true, "https://elsewhere", "VELK.dll").empty());
-    EXPECT_TRUE(candidates({"http://cdn"}, true, "https://elsewhere/dir/", "VELK.dll").empty());
-}
-
-TEST(UrlCandidates, RelativeUrlsUseTheEntryName) {
-    EXPECT_EQ(candidates({"http://cdn/"}, false, "/dir/VELK.dll", ""),
-              (std::vector<std::string>{"http://cdn/dir/VELK.dll", "http://cdn/dir/VELK.dll.zip [zip]"}));
-    EXPECT_EQ(candidates({"http://cdn"}, false, "dir/old-name.dll", "VELK.dll"),
-              (std::vector<std::string>{"http://cdn/dir/VELK.dll", "http://cdn/dir/VELK.dll.zip [zip]"}));
-    EXPECT_TRUE(candidates({}, true, "files/VELK.dll", "VELK.dll").empty());
+// Archive and plain file at every base in turn; an absolute URL keeps only its path, a relative
+// one its folder with the entry's name; without a file name or a base nothing is requested.
+TEST(UrlCandidates, EveryBaseInTurnWithTheEntrysPath) {
+    const struct { std::vector<std::string> bases; bool archiveFirst; std::string url, name, expected; } rows[] = {
+        {{"http://cdn/", "http://mirror"}, true, "files/VELK.dll", "VELK.dll",
+         "http://cdn/files/VELK.dll.zip [zip]|http://cdn/files/VELK.dll|http://mirror/files/VELK.dll.zip [zip]|http://mirror/files/VELK.dll|"},
+        {{"http://cdn"}, false, "files/VELK.dll", "VELK.dll", "http://cdn/files/VELK.dll|http://cdn/files/VELK.dll.zip [zip]|"},
+        {{"http://cdn/base/"}, true, "https://elsewhere:8443/x/y/VELK.dll", "ignored.dll",
+         "http://cdn/base/x/y/VELK.dll.zip [zip]|http://cdn/base/x/y/VELK.dll|"},
+        {{"http://cdn"}, true, "https://elsewhere", "VELK.dll", ""},
+        {{"http://cdn"}, true, "https://elsewhere/dir/", "VELK.dll", ""},
+        {{"http://cdn/"}, false, "/dir/VELK.dll", "", "http://cdn/dir/VELK.dll|http://cdn/dir/VELK.dll.zip [zip]|"},
+        {{"http://cdn"}, false, "dir/old-name.dll", "VELK.dll", "http://cdn/dir/VELK.dll|http://cdn/dir/VELK.dll.zip [zip]|"},
+        {{}, true, "files/VELK.dll", "VELK.dll", ""},
+    };
+    for (const auto& row : rows) EXPECT_EQ(candidates(row.bases, row.archiveFirst, row.url, row.name), row.expected) << row.url;
 }
 
 }  // namespace

@@ -12,8 +12,6 @@
 namespace velk::updater {
 namespace {
 
-namespace fs = std::filesystem;
-
 // A loopback listener that never accepts: a connection attempt shows as a pending one.
 class Listener {
 public:
@@ -78,72 +76,63 @@ protected:
         config.defaultHeaders = {{"X-Default", "d"}};
         return config;
     }
-    HttpResponse downloadCapturing(const std::string& url, std::string& printed, const DownloadProgress& progress = {}) {
+    HttpResponse downloadCapturing(const std::string& url, std::string& printed, MemorySink& sink,
+                                   const DownloadProgress& progress = {}) {
         testing::internal::CaptureStdout();
-        HttpResponse response = client_.download(url, sink_, {}, {}, progress);
+        HttpResponse response = client_.download(url, sink, {}, {}, progress);
         printed = testing::internal::GetCapturedStdout();
         return response;
     }
 
     test::HttpTestServer server_;
-    test::TempDir dir_;
     MemorySink sink_;
     HttpClient client_{verbose()};
 };
 
-TEST_F(HttpClientTest, ErrorStatusIsATransportSuccessWithItsBodyForTheReceiver) {
+// An error status is a transport success whose body the receiver gets, after hearing of the
+// answer once; libcurl's failures carry its text and print no debug lines.
+TEST_F(HttpClientTest, EachAnswerInMemoryAndStreamed) {
+    server_.set("/short", std::string(900, 's'), 200, Kind::Short);  // fewer bytes than announced
+    server_.setRedirect("/hop1", "/file");
+    for (int hop = 2; hop <= 6; ++hop) server_.setRedirect("/hop" + std::to_string(hop), "/hop" + std::to_string(hop - 1));
+    const struct { std::string url; int status; std::string error, body; bool transient, unreachable; } rows[] = {
+        {server_.url("/missing"), 404, "", "no such file here", false, false},
+        {server_.url("/empty"), 204, "", "", false, false},
+        {server_.url("/hop5"), 200, "", std::string(5000, 'f'), false, false},
+        {server_.url("/hop6"), 0, "Number of redirects hit maximum amount", "", false, false},
+        {server_.url("/short"), 0, "Transferred a partial file", "", true, false},
+        {"http://127.0.0.1:" + std::to_string(closedPort()) + "/file", 0, "Couldn't connect to server", "", true, true},
+    };
+    for (const auto& row : rows) {
+        const HttpResponse got = client_.get(row.url, {});
+        EXPECT_EQ(got.error, row.error) << row.url;
+        EXPECT_EQ(got.body, row.body) << row.url;
+        EXPECT_EQ(got.bytesDownloaded, row.body.size()) << row.url;
+        EXPECT_EQ(row.error.empty() ? got.statusCode : 0, row.status) << row.url;
+        MemorySink sink;
+        std::string printed;
+        const HttpResponse streamed = downloadCapturing(row.url, printed, sink);
+        EXPECT_EQ(streamed.statusCode, row.status) << row.url;
+        EXPECT_EQ(streamed.error, row.error.empty() ? "" : "Curl error: " + row.error) << row.url;
+        EXPECT_EQ(streamed.transient, row.transient) << row.url;
+        EXPECT_EQ(streamed.unreachable, row.unreachable) << row.url;
+        EXPECT_EQ(printed.empty(), !row.error.empty()) << row.url;
+        if (!row.error.empty()) continue;
+        EXPECT_EQ(sink.body, row.body) << row.url;
+        EXPECT_EQ(sink.begun, 1) << row.url;
+        EXPECT_EQ(sink.answer.statusCode, row.status) << row.url;
+    }
+}
+
+TEST_F(HttpClientTest, DebugLinesDescribeAFinishedDownload) {
     std::string printed;
-    const HttpResponse response = downloadCapturing(server_.url("/missing"), printed);
-    EXPECT_EQ(response.error, "");
-    EXPECT_EQ(response.statusCode, 404);
-    EXPECT_EQ(sink_.body, "no such file here");
-    EXPECT_EQ(sink_.answer.statusCode, 404);
+    downloadCapturing(server_.url("/missing"), printed, sink_);
     EXPECT_EQ(printed, "[HTTP DEBUG] Effective URL: " + server_.url("/missing") +
                            "\n[HTTP DEBUG] Content-Type: text/plain\n[HTTP DEBUG] Status Code: 404\n"
                            "[HTTP DEBUG] Content-Length header: 17\n[HTTP DEBUG] Actual downloaded: 17 bytes\n");
-
-    const HttpResponse empty = client_.get(server_.url("/empty"), {});
-    EXPECT_EQ(empty.statusCode, 204);
-    EXPECT_EQ(empty.error, "");
-    EXPECT_EQ(empty.body, "");
-}
-
-TEST_F(HttpClientTest, ContentLengthReportingAndMismatch) {
-    std::string printed;
-    EXPECT_EQ(downloadCapturing(server_.url("/chunked"), printed).statusCode, 200);
+    downloadCapturing(server_.url("/chunked"), printed, sink_);
     EXPECT_NE(printed.find("[HTTP DEBUG] Content-Length header: not set\n"), std::string::npos);
     EXPECT_EQ(printed.find("mismatch"), std::string::npos);
-
-    // Fewer bytes than announced: libcurl itself reports the cut transfer.
-    server_.set("/short", std::string(900, 's'), 200, Kind::Short);
-    const HttpResponse cut = downloadCapturing(server_.url("/short"), printed);
-    EXPECT_EQ(cut.statusCode, 0);
-    EXPECT_EQ(cut.error, "Curl error: Transferred a partial file");
-    EXPECT_EQ(printed, "");
-}
-
-TEST_F(HttpClientTest, RefusedConnectionTextsDifferBetweenGetAndDownload) {
-    const std::string url = "http://127.0.0.1:" + std::to_string(closedPort()) + "/file";
-    const HttpResponse got = client_.get(url, {});
-    EXPECT_EQ(got.statusCode, 0);
-    EXPECT_EQ(got.error, "Couldn't connect to server");
-    const HttpResponse downloaded = client_.download(url, sink_, {});
-    EXPECT_EQ(downloaded.error, "Curl error: Couldn't connect to server");
-    EXPECT_TRUE(downloaded.transient);
-    EXPECT_TRUE(downloaded.unreachable);
-}
-
-// /hop<n> is n redirects away from /file.
-TEST_F(HttpClientTest, FiveRedirectsAreFollowedAndTheSixthIsRefused) {
-    server_.setRedirect("/hop1", "/file");
-    for (int hop = 2; hop <= 6; ++hop) server_.setRedirect("/hop" + std::to_string(hop), "/hop" + std::to_string(hop - 1));
-    const HttpResponse followed = client_.get(server_.url("/hop5"), {});
-    EXPECT_EQ(followed.statusCode, 200);
-    EXPECT_EQ(followed.body.size(), 5000u);
-    EXPECT_EQ(followed.bytesDownloaded, 5000u);
-    EXPECT_EQ(client_.get(server_.url("/hop6"), {}).error, "Number of redirects hit maximum amount");
-    EXPECT_EQ(client_.download(server_.url("/hop6"), sink_, {}).error,
-              "Curl error: Number of redirects hit maximum amount");
 }
 
 TEST_F(HttpClientTest, HeadersSentForEachKindOfRequest) {
@@ -157,7 +146,7 @@ TEST_F(HttpClientTest, HeadersSentForEachKindOfRequest) {
     client_.get(server_.url("/file"), {{"X-Extra", "e"}});
     EXPECT_EQ(sent(), "User-Agent=VELK-Updater/1.0.0\nAccept-Encoding=\nCache-Control=\nX-Extra=e\nX-Default=d\n");
     std::string printed;
-    downloadCapturing(server_.url("/file"), printed);
+    downloadCapturing(server_.url("/file"), printed, sink_);
     EXPECT_EQ(sent(), "User-Agent=VELK-Updater/1.0.0\nAccept-Encoding=identity\nCache-Control=no-cache\nX-Extra=\nX-Default=\n");
 }
 
@@ -184,12 +173,12 @@ TEST_F(HttpClientTest, ProgressOnlyWhileTheTotalIsKnown) {
         lastPercent = percent;
     };
     std::string printed;
-    downloadCapturing(server_.url("/file"), printed, progress);
+    downloadCapturing(server_.url("/file"), printed, sink_, progress);
     ASSERT_FALSE(totals.empty());
     for (auto total : totals) EXPECT_EQ(total, 5000u);
     EXPECT_EQ(lastPercent, 100);
     totals.clear();
-    downloadCapturing(server_.url("/chunked"), printed, progress);
+    downloadCapturing(server_.url("/chunked"), printed, sink_, progress);
     EXPECT_TRUE(totals.empty());
 }
 
@@ -228,17 +217,10 @@ TEST(HttpClientSetup, FailuresBeforeAnyTransfer) {
     EXPECT_EQ(sink.begun, 0);
 }
 
-// The receiver hears of every answer once, an empty one too, and can stop a body; the
-// answer's status and headers still reach the caller.
-TEST_F(HttpClientTest, ReceiverSeesTheAnswerOnceAndCanStopTheBody) {
-    server_.set("/empty", "", 204);
-    client_.download(server_.url("/empty"), sink_, {});
-    EXPECT_EQ(sink_.begun, 1);
-    EXPECT_EQ(sink_.answer.statusCode, 204);
-
-    MemorySink stopping;
-    stopping.limit = 10;
-    const HttpResponse stopped = client_.download(server_.url("/file"), stopping, {});
+// The receiver can stop a body; the answer's status still reaches the caller.
+TEST_F(HttpClientTest, ReceiverCanStopTheBody) {
+    sink_.limit = 10;
+    const HttpResponse stopped = client_.download(server_.url("/file"), sink_, {});
     EXPECT_TRUE(stopped.stoppedByReceiver);
     EXPECT_EQ(stopped.statusCode, 200);
     EXPECT_FALSE(stopped.transient);

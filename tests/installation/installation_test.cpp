@@ -24,25 +24,22 @@ protected:
     static constexpr const char* kServicesKey = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\";
 };
 
-TEST_F(InstallationTest, RegistryPathLosesTrailingSeparatorsAndNuls) {
-    writeRegistry(root(), kProductKeyHeader + std::string("\"InstallPath\"=\"D:\\\\VELK\\\\\\\\\"\n"));
-    EXPECT_EQ(getRegistryInstallPath(), "D:\\VELK");
-    EXPECT_EQ(getDefaultInstallDirectory(), "D:\\VELK");
-    writeRegistry(root(), kProductKeyHeader + std::string("\"InstallPath\"=\"C:\\\\\"\n"));
-    EXPECT_EQ(getRegistryInstallPath(), "C:");
-    // "/opt/velk/" + NUL + NUL in the export's UTF-16 form.
-    writeRegistry(root(), kProductKeyHeader +
-                              std::string("\"InstallPath\"=hex(1):2f,00,6f,00,70,00,74,00,2f,00,76,00,"
-                                          "2f,00,00,00,00,00\n"));
-    EXPECT_EQ(getRegistryInstallPath(), "/opt/v");
-}
-
-TEST_F(InstallationTest, DefaultDirectoryIsUnderProgramFilesWithoutARegisteredPath) {
-    EXPECT_EQ(getRegistryInstallPath(), "");
-    EXPECT_EQ(getDefaultInstallDirectory(), (root() / "Program Files" / "VELK").string());
-    // A path stored as a number is no path.
-    writeRegistry(root(), kProductKeyHeader + std::string("\"InstallPath\"=dword:00000001\n"));
-    EXPECT_EQ(getDefaultInstallDirectory(), (root() / "Program Files" / "VELK").string());
+// The registered folder is read as text without trailing separators and NULs; without one,
+// or with a value that is no text, the folder under Program Files applies.
+TEST_F(InstallationTest, RegisteredFolderElseTheDefaultUnderProgramFiles) {
+    const std::string fallback = (root() / "Program Files" / "VELK").string();
+    const struct { std::string value, path; } rows[] = {
+        {"", ""},
+        {R"("InstallPath"="D:\\VELK\\\\")", "D:\\VELK"},
+        {R"("InstallPath"="C:\\")", "C:"},
+        {"\"InstallPath\"=hex(1):2f,00,6f,00,70,00,74,00,2f,00,76,00,2f,00,00,00,00,00", "/opt/v"},  // "/opt/v/", 2 NULs
+        {"\"InstallPath\"=dword:00000001", ""},
+    };
+    for (const auto& row : rows) {
+        writeRegistry(root(), kProductKeyHeader + row.value + "\n");
+        EXPECT_EQ(getRegistryInstallPath(), row.path) << row.value;
+        EXPECT_EQ(getDefaultInstallDirectory(), row.path.empty() ? fallback : row.path) << row.value;
+    }
 }
 
 // The installation's folder; the download folder plays no part in these checks.
@@ -95,20 +92,19 @@ TEST_F(InstallationTest, FailedWriteTestIsReported) {
 }
 
 TEST_F(InstallationTest, ServicesCheckNamesWhatIsMissing) {
-    EXPECT_EQ(validateServicesAndDrivers().message,
-              "Missing VELK services/drivers: VELKSvc service, VELK_Sys driver");
-    writeRegistry(root(), kServicesKey + std::string("VELKSvc]\n"));
-    const ValidationResult serviceOnly = validateServicesAndDrivers();
-    EXPECT_FALSE(serviceOnly.valid);
-    EXPECT_EQ(serviceOnly.message, "Missing VELK services/drivers: VELK_Sys driver");
-    EXPECT_TRUE(serviceOnly.missingItems.empty());
-    EXPECT_TRUE(isServiceInstalled("VELKSvc"));
-    EXPECT_FALSE(isDriverInstalled("VELK_Sys"));
-
-    writeRegistry(root(), kServicesKey + std::string("VELKSvc]\n") + kServicesKey + "VELK_Sys]\n");
-    const ValidationResult both = validateServicesAndDrivers();
-    EXPECT_TRUE(both.valid);
-    EXPECT_EQ(both.message, "VELK services and drivers validated successfully");
+    const struct { std::string services, message; } rows[] = {
+        {"", "Missing VELK services/drivers: VELKSvc service, VELK_Sys driver"},
+        {"VELKSvc]\n", "Missing VELK services/drivers: VELK_Sys driver"},
+        {"VELK_Sys]\n", "Missing VELK services/drivers: VELKSvc service"},
+        {"VELKSvc]\n" + std::string(kServicesKey) + "VELK_Sys]\n", "VELK services and drivers validated successfully"},
+    };
+    for (const auto& row : rows) {
+        writeRegistry(root(), row.services.empty() ? "" : kServicesKey + row.services);
+        const ValidationResult result = validateServicesAndDrivers();
+        EXPECT_EQ(result.message, row.message);
+        EXPECT_EQ(result.valid, row.message.starts_with("VELK services"));
+        EXPECT_TRUE(result.missingItems.empty());
+    }
 }
 
 }  // namespace

@@ -21,20 +21,27 @@ protected:
     void logging(const std::string& values) { writeRegistry(root(), kLoggingHeader + values); }
 };
 
-TEST_F(LoggingSettingsTest, SwitchesFallBackToDefaultsUnlessTypedRight) {
-    EXPECT_TRUE(isUpdaterLoggingEnabled());
-    EXPECT_EQ(readLoggingDword("LogRetentionDays", 30), 30u);
-    EXPECT_EQ(readLoggingString("LogLevel", "info"), "info");
-
-    logging("\"EnableUpdaterLogs\"=\"0\"\n\"LogLevel\"=dword:00000001\n\"LogRetentionDays\"=dword:00000007\n");
-    EXPECT_TRUE(isUpdaterLoggingEnabled());  // text, not a number: the default applies
-    EXPECT_EQ(readLoggingString("LogLevel", "info"), "info");
-    EXPECT_EQ(readLoggingDword("LogRetentionDays", 30), 7u);
-
-    logging("\"EnableUpdaterLogs\"=dword:00000000\n\"LogLevel\"=\"warning\"\n\"Empty\"=hex(1):\n");
-    EXPECT_FALSE(isUpdaterLoggingEnabled());
-    EXPECT_EQ(readLoggingString("LogLevel", "info"), "warning");
-    EXPECT_EQ(readLoggingString("Empty", "fallback"), "fallback");
+// A switch is read only as its own type: a value of another type, or none, leaves the
+// switch's default (an empty text or a zero byte taken for a number would turn logging off).
+TEST_F(LoggingSettingsTest, SwitchesFallBackToTheirDefaultsUnlessTypedRight) {
+    const struct { std::string value; bool enabled; std::uint32_t retention; std::string level; } rows[] = {
+        {"", true, 30, "info"},
+        {"\"EnableUpdaterLogs\"=dword:00000000", false, 30, "info"},
+        {"\"EnableUpdaterLogs\"=\"\"", true, 30, "info"},
+        {"\"EnableUpdaterLogs\"=hex:00", true, 30, "info"},
+        {"\"LogRetentionDays\"=dword:00000007", true, 7, "info"},
+        {"\"LogRetentionDays\"=\"7\"", true, 30, "info"},
+        {"\"LogLevel\"=\"warning\"", true, 30, "warning"},
+        {"\"LogLevel\"=dword:00000001", true, 30, "info"},
+        {"\"LogLevel\"=hex(2):65,00,72,00,72,00,6f,00,72,00,00,00", true, 30, "info"},  // "error", expandable
+        {"\"LogLevel\"=hex(1):", true, 30, "info"},
+    };
+    for (const auto& row : rows) {
+        logging(row.value + "\n");
+        EXPECT_EQ(isUpdaterLoggingEnabled(), row.enabled) << row.value;
+        EXPECT_EQ(readLoggingDword("LogRetentionDays", 30), row.retention) << row.value;
+        EXPECT_EQ(readLoggingString("LogLevel", "info"), row.level) << row.value;
+    }
 }
 
 // A log directory with files of given ages, and a logger that records what the clean-up says.
@@ -59,20 +66,25 @@ protected:
     test::LogCapture log_;
 };
 
-TEST_F(LogCleanupTest, NothingHappensUnlessEnabled) {
-    addFile("ancient.log", 400 * kDay);
-    cleanup(logDir());
-    EXPECT_EQ(remaining(), (std::vector<std::string>{"ancient.log"}));
-    EXPECT_TRUE(lines().empty());
-}
-
-TEST_F(LogCleanupTest, DefaultRetentionRemovesOnlyOldDotLogFilesAtTopLevel) {
-    logging("\"CleanupOnStartup\"=dword:00000001\n");
+// Only when asked for: then ".log" files past the retention at the top level go, and a
+// missing folder is no error.
+TEST_F(LogCleanupTest, WhenAskedRemovesOnlyOldDotLogFilesAtTopLevel) {
     addFile("old.log", 31 * kDay);
     addFile("recent.log", 29 * kDay);
     addFile("updater.log.1", 100 * kDay);
     addFile("SHOUT.LOG", 100 * kDay);
     addFile("sub/deep.log", 100 * kDay);
+    const std::vector<std::string> all{"SHOUT.LOG", "old.log", "recent.log", "sub", "updater.log.1"};
+    cleanup(logDir());
+    EXPECT_EQ(remaining(), all);
+    logging("\"CleanupOnStartup\"=\"1\"\n");
+    cleanup(logDir());
+    EXPECT_EQ(remaining(), all);
+    EXPECT_TRUE(lines().empty());
+
+    logging("\"CleanupOnStartup\"=dword:00000001\n");
+    cleanup(root() / "nowhere");
+    EXPECT_TRUE(lines().empty());
     cleanup(logDir());
     EXPECT_EQ(remaining(), (std::vector<std::string>{"SHOUT.LOG", "recent.log", "sub", "updater.log.1"}));
     EXPECT_TRUE(fs::exists(logDir() / "sub" / "deep.log"));
@@ -90,19 +102,9 @@ TEST_F(LogCleanupTest, ZeroRetentionRemovesEverythingAndOneStuckFileWarnsOnce) {
 
     cleanup(logDir());
     EXPECT_EQ(remaining(), (std::vector<std::string>{"stuck.log"}));
-    const auto logged = lines();
-    const std::string warning = "[WARNING] Failed to remove log file " + (logDir() / "stuck.log").string() + ": ";
-    EXPECT_EQ(std::count_if(logged.begin(), logged.end(),
-                            [&](const std::string& line) { return line.rfind(warning, 0) == 0; }),
-              1);
-    EXPECT_EQ(logged.back(), "[INFO] Log cleanup completed: removed 2 old log files");
-    EXPECT_EQ(logged.size(), 4u);
-}
-
-TEST_F(LogCleanupTest, MissingDirectoryIsNotAnError) {
-    logging("\"CleanupOnStartup\"=dword:00000001\n");
-    cleanup(root() / "nowhere");
-    EXPECT_TRUE(lines().empty());
+    EXPECT_EQ(log_.count("[WARNING] Failed to remove log file " + (logDir() / "stuck.log").string() + ": "), 1u);
+    EXPECT_EQ(lines().back(), "[INFO] Log cleanup completed: removed 2 old log files");
+    EXPECT_EQ(lines().size(), 4u);
 }
 
 }  // namespace

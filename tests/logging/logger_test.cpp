@@ -42,33 +42,44 @@ protected:
     test::TempDir dir_;
 };
 
+// Each placeholder is replaced at its first occurrence only, and the timestamp and thread only
+// when enabled; the rest stays as written. A value is put into the line built so far, so it
+// may complete a placeholder of the pattern.
 TEST_F(LoggerTest, PlaceholdersAreReplacedOnceEachInTheLineBuiltSoFar) {
-    LoggerConfig config;
-    config.pattern = "{message} and {message}";
-    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "hi")), "hi and {message}");
-
-    config.pattern = "[{level}] {message}";
-    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "on {thread}")), "[INFO] on 4242");
-    config.includeThreadId = false;
-    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "on {thread}")), "[INFO] on {thread}");
-
-    config.pattern = "[{timestamp}] [{level}] [{category}] {message}";
-    config.includeTimestamp = false;
-    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Error, "x")), "[{timestamp}] [ERROR] [] x");
-    config.includeTimestamp = true;
-    config.timeFormat = "%Y";
-    const std::string line = Logger(config).formatEntry(entryOf(LogLevel::Warning, "x", "net"));
-    EXPECT_TRUE(line == "[1970] [WARNING] [net] x" || line == "[1969] [WARNING] [net] x") << line;
+    const struct { std::string pattern; bool timestamp, thread; std::string message, category, line; } rows[] = {
+        {"{message} and {message}", true, true, "hi", "", "hi and {message}"},
+        {"[{level}] {message}", true, true, "on {thread}", "", "[INFO] on 4242"},
+        {"[{level}] {message}", true, false, "on {thread}", "", "[INFO] on {thread}"},
+        {"[{timestamp}] [{level}] [{category}] {message}", false, true, "x", "", "[{timestamp}] [INFO] [] x"},
+        {"[{timestamp}] [{level}] [{category}] {message}", true, true, "x", "net", "[00] [INFO] [net] x"},
+        {"{level}|{level}|{thread}|{timestamp}|{message}", false, false, "m", "", "INFO|{level}|{thread}|{timestamp}|m"},
+        {"{thr{message}", true, true, "ead}", "", "4242"},
+    };
+    for (const auto& row : rows) {
+        LoggerConfig config;
+        config.pattern = row.pattern;
+        config.includeTimestamp = row.timestamp;
+        config.includeThreadId = row.thread;
+        config.timeFormat = "%S";
+        EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, row.message, row.category)), row.line) << row.pattern;
+    }
     EXPECT_EQ(levelName(static_cast<LogLevel>(9)), "UNKNOWN");
+}
 
-    // Plain values: the later occurrences and the disabled fields stay as written.
-    config.pattern = "{level}|{level}|{thread}|{timestamp}|{message}";
-    config.includeThreadId = false;
-    config.includeTimestamp = false;
-    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "m")), "INFO|{level}|{thread}|{timestamp}|m");
-    config.pattern = "{thr{message}";  // a value that completes a placeholder of the pattern
-    config.includeThreadId = true;
-    EXPECT_EQ(Logger(config).formatEntry(entryOf(LogLevel::Info, "ead}")), "4242");
+// The time text is kept from one line to the next only within its second.
+TEST_F(LoggerTest, EachLineCarriesTheSecondItWasLoggedIn) {
+    LoggerConfig config;
+    config.pattern = "{timestamp}";
+    config.timeFormat = "%S";  // the same in every time zone of whole minutes
+    const Logger logger(config);
+    const auto at = [&logger](std::chrono::milliseconds sinceEpoch) {
+        return logger.formatEntry(LogEntry{LogLevel::Info, "", "", std::chrono::system_clock::time_point(sinceEpoch), ""});
+    };
+    std::string seen;
+    for (const std::int64_t ms : {1700000000000, 1700000000999, 1700000001000, 1700000000500, 1700000059000}) {
+        seen += at(std::chrono::milliseconds(ms)) + " ";
+    }
+    EXPECT_EQ(seen, "20 20 21 20 19 ");
 }
 
 TEST_F(LoggerTest, FilteredEntriesAreNeverQueued) {
@@ -84,22 +95,22 @@ TEST_F(LoggerTest, FilteredEntriesAreNeverQueued) {
     EXPECT_EQ(linesOf(config.logFilePath), std::vector<std::string>{"[WARNING] kept"});
 }
 
-TEST_F(LoggerTest, TimestampInThePathIsResolvedOnce) {
+// The path's first "{timestamp}" is resolved once, when the file is opened; the file is opened
+// even when no entry goes to it.
+TEST_F(LoggerTest, TimestampInThePathIsResolvedOnceAndTheFileIsOpened) {
     LoggerConfig config = fileConfig();
     config.logFilePath = (dir_ / "app_{timestamp}_{timestamp}.log").string();
     EXPECT_EQ(logged(config, [](Logger& logger) { logger.info("hello"); }), std::vector<std::string>{"[INFO] hello"});
     const auto name = (*fs::directory_iterator(dir_.path())).path().filename().string();
     EXPECT_TRUE(std::regex_match(name, std::regex(R"(app_\d{8}_\d{6}_\{timestamp\}\.log)"))) << name;
-}
-
-TEST_F(LoggerTest, NoSinksStillOpensTheFile) {
-    LoggerConfig config = fileConfig();
+    config = fileConfig();
     config.sinks = 0;
     EXPECT_TRUE(logged(config, [](Logger& logger) { logger.critical("nowhere"); }).empty());
     EXPECT_TRUE(fs::exists(config.logFilePath));
 }
 
-TEST_F(LoggerTest, InitializeReportsDirectoryAndFileFailures) {
+// (A log file that cannot be opened is reported end to end.)
+TEST_F(LoggerTest, InitializeReportsADirectoryThatCannotBeMade) {
     test::writeFile(dir_ / "blocker", "a file where a folder should be");
     LoggerConfig config = fileConfig();
     config.logFilePath = (dir_ / "blocker" / "logs" / "updater.log").string();
@@ -108,22 +119,10 @@ TEST_F(LoggerTest, InitializeReportsDirectoryAndFileFailures) {
     std::ostringstream quoted;  // in double quotes, backslashes doubled
     quoted << std::quoted((dir_ / "blocker" / "logs").string());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Failed to create log directory: " + quoted.str() + "\n");
-
-    fs::create_directories(dir_ / "logs" / "updater.log");  // a folder in the file's place
-    config = fileConfig();
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(Logger(config).initialize());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Failed to open log file: " + config.logFilePath + "\n");
 }
 
-TEST_F(LoggerTest, EntriesLoggedJustBeforeShutdownAreAllWritten) {
-    const auto lines = logged(fileConfig("{message}"), [](Logger& logger) {
-        for (int i = 0; i < 1000; ++i) logger.info(std::to_string(i));
-    });
-    ASSERT_EQ(lines.size(), 1000u);
-    EXPECT_EQ(lines.back(), "999");
-}
-
+// Shut down right after the last of them, every entry of every producer is written, each
+// producer's in its order.
 TEST_F(LoggerTest, NoEntryIsLostOrReorderedUnderConcurrentProducers) {
     constexpr int kThreads = 6;
     constexpr int kEntries = 5000;
@@ -145,15 +144,6 @@ TEST_F(LoggerTest, NoEntryIsLostOrReorderedUnderConcurrentProducers) {
         ASSERT_EQ(std::stoi(line.substr(colon + 1)), next[producer]++) << line;
     }
     EXPECT_EQ(next.size(), static_cast<std::size_t>(kThreads));
-}
-
-TEST_F(LoggerTest, SynchronousModeWritesInTheCallingThread) {
-    LoggerConfig config = fileConfig();
-    config.asyncMode = false;
-    Logger logger(config);
-    ASSERT_TRUE(logger.initialize());
-    logger.error("now");
-    EXPECT_EQ(linesOf(config.logFilePath), std::vector<std::string>{"[ERROR] now"});
 }
 
 }  // namespace

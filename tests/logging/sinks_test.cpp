@@ -41,28 +41,27 @@ TEST_F(RotationTest, RotatedOnlyAfterTheLineThatCrossesTheLimit) {
     EXPECT_EQ(test::readFile(path()), lineOf(60, 'd') + test::kLineEnd);
 }
 
+// Older files move up one suffix and the one past the depth is dropped; at depth 1 the single
+// old file is replaced and files past it are left alone.
 TEST_F(RotationTest, SuffixesShiftUpAndTheOldestIsDropped) {
     config_.maxFileSize = 10;
-    for (int i = 1; i <= 5; ++i) test::writeFile(path("." + std::to_string(i)), "old " + std::to_string(i) + "\n");
-    Logger logger(config_);
-    ASSERT_TRUE(logger.initialize());
-    logger.info("current line over ten bytes");
-    EXPECT_EQ(test::readFile(path(".1")), "current line over ten bytes" + test::kLineEnd);
-    for (int i = 2; i <= 5; ++i) EXPECT_EQ(test::readFile(path("." + std::to_string(i))), "old " + std::to_string(i - 1) + "\n");
-    EXPECT_FALSE(fs::exists(path(".6")));
-}
+    for (int i = 1; i <= 6; ++i) test::writeFile(path("." + std::to_string(i)), "old " + std::to_string(i) + "\n");
+    {
+        Logger logger(config_);
+        ASSERT_TRUE(logger.initialize());
+        logger.info("current line over ten bytes");
+    }
+    std::string files;
+    for (int i = 1; i <= 6; ++i) files += test::readFile(path("." + std::to_string(i)));
+    EXPECT_EQ(files, "current line over ten bytes" + test::kLineEnd + "old 1\nold 2\nold 3\nold 4\nold 6\n");
 
-TEST_F(RotationTest, DepthOneReplacesTheSingleOldFile) {
-    config_.maxFileSize = 10;
     config_.maxFiles = 1;
-    test::writeFile(path(".1"), "older\n");
-    test::writeFile(path(".2"), "untouched\n");
     Logger logger(config_);
     ASSERT_TRUE(logger.initialize());
     logger.info("first long line");
     logger.info("second long line");
     EXPECT_EQ(test::readFile(path(".1")), "second long line" + test::kLineEnd);
-    EXPECT_EQ(test::readFile(path(".2")), "untouched\n");
+    EXPECT_EQ(test::readFile(path(".2")), "old 1\n");
 }
 
 TEST_F(RotationTest, FailedRenameKeepsLoggingInTheSameFile) {
@@ -77,44 +76,34 @@ TEST_F(RotationTest, FailedRenameKeepsLoggingInTheSameFile) {
     EXPECT_FALSE(fs::exists(path(".1")));
 }
 
-TEST(ConsoleSink, StreamByLevelAndColourBytes) {
-    LoggerConfig config;
-    ConsoleSink sink(config, ConsoleColours{true, true});
-    const std::pair<LogLevel, std::string> colours[] = {
-        {LogLevel::Trace, "\033[37m"}, {LogLevel::Debug, "\033[36m"}, {LogLevel::Info, "\033[32m"},
-        {LogLevel::Warning, "\033[33m"}, {LogLevel::Error, "\033[31m"}, {LogLevel::Critical, "\033[35m"}};
-    for (const auto& [level, colour] : colours) {
+// Warnings and worse go to standard error, the rest to standard output, each in its level's
+// colour only where that stream may have colours.
+TEST(ConsoleSink, EachStreamDecidesOnColoursForItself) {
+    const struct { LogLevel level; bool outColours, errColours, useColors; std::string out, err; } rows[] = {
+        {LogLevel::Trace, true, true, true, "\033[37mline\033[0m\n", ""},
+        {LogLevel::Debug, true, true, true, "\033[36mline\033[0m\n", ""},
+        {LogLevel::Info, true, true, true, "\033[32mline\033[0m\n", ""},
+        {LogLevel::Warning, true, true, true, "", "\033[33mline\033[0m\n"},
+        {LogLevel::Error, true, true, true, "", "\033[31mline\033[0m\n"},
+        {LogLevel::Critical, true, true, true, "", "\033[35mline\033[0m\n"},
+        {LogLevel::Warning, true, true, false, "", "line\n"},
+        {LogLevel::Info, false, true, true, "line\n", ""},
+        {LogLevel::Error, false, true, true, "", "\033[31mline\033[0m\n"},
+        {LogLevel::Error, true, false, true, "", "line\n"},
+    };
+    for (const auto& row : rows) {
+        LoggerConfig config;
+        config.useColors = row.useColors;
+        ConsoleSink sink(config, ConsoleColours{row.outColours, row.errColours});
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        sink.write(LogEntry{level, "m", "", {}, "1"}, "line");
-        const std::string out = testing::internal::GetCapturedStdout();
-        const std::string err = testing::internal::GetCapturedStderr();
-        const bool toError = level >= LogLevel::Warning;
-        EXPECT_EQ(toError ? err : out, colour + "line\033[0m\n") << levelName(level);
-        EXPECT_EQ(toError ? out : err, "") << levelName(level);
+        sink.write(LogEntry{row.level, "m", "", {}, "1"}, "line");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), row.out) << levelName(row.level);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), row.err) << levelName(row.level);
     }
-    config.useColors = false;
-    testing::internal::CaptureStderr();
-    sink.write(LogEntry{LogLevel::Warning, "m", "", {}, "1"}, "plain");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "plain\n");
-}
-
-TEST(ConsoleSink, EachStreamDecidesOnColoursForItself) {
-    LoggerConfig config;
-    ConsoleSink sink(config, ConsoleColours{false, true});  // output piped, error on a terminal
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    sink.write(LogEntry{LogLevel::Info, "m", "", {}, "1"}, "to a pipe");
-    sink.write(LogEntry{LogLevel::Error, "m", "", {}, "1"}, "to a terminal");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "to a pipe\n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\033[31mto a terminal\033[0m\n");
-
-    const struct {
-        bool terminal;
-        const char* noColor;
-        bool allowed;
-    } rows[] = {{true, nullptr, true}, {true, "", false}, {true, "1", false}, {false, nullptr, false}};
-    for (const auto& row : rows) {
+    const struct { bool terminal; const char* noColor; bool allowed; } environments[] = {
+        {true, nullptr, true}, {true, "", false}, {true, "1", false}, {false, nullptr, false}};
+    for (const auto& row : environments) {
         EXPECT_EQ(coloursAllowed(row.terminal, row.noColor), row.allowed)
             << row.terminal << " NO_COLOR=" << (row.noColor ? row.noColor : "(unset)");
     }

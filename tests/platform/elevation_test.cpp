@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "support/test_support.hpp"
+
 namespace velk::updater::platform {
 namespace {
 
@@ -25,14 +27,38 @@ TEST(ArgumentText, QuotesOnlyArgumentsWithBlanks) {
     EXPECT_EQ(argumentText({"a\tb", "say\"hi\"", "", "z"}), "a\tb say\"hi\"  z");
 }
 
-TEST(Elevation, RootIsAlreadyElevatedAndStartsNothing) {
-    if (::geteuid() != 0) GTEST_SKIP() << "needs to run as root";
-    EXPECT_TRUE(isProcessElevated());
-    const ElevationResult result = requestElevation("/bin/false", "", true);
-    EXPECT_TRUE(result.success);
-    EXPECT_TRUE(result.alreadyElevated);
-    EXPECT_EQ(result.message, "Process is already elevated");
-    EXPECT_EQ(result.exitCode, 0u);
+// A stand-in sudo, alone on PATH, records each call's words one to a line and declines or
+// grants the prompt ("-v"); the program it starts ends with 7. The argument text is split at
+// blanks outside quotes, and no empty word is passed on. Root asks for nothing.
+TEST(Elevation, SudoIsAskedFirstThenGetsTheWordsOfTheArgumentText) {
+    const std::string program = "/opt/VELK/VELK_Updater";
+    const struct {
+        const char* prompt;  // the stand-in's exit code for "-v"; none: no sudo at all
+        std::string arguments;
+        std::string asked;
+        std::uint32_t errorCode;
+        std::uint32_t exitCode;
+    } rows[] = {
+        {"1", "--quiet", "-v\n", 1223, 0},
+        {"0", "  --install-dir  \"/opt/My VELK\"   -q ", "-v\n-n\n--\n" + program + "\n--install-dir\n/opt/My VELK\n-q\n", 0, 7},
+        {"0", "", "-v\n-n\n--\n" + program + "\n", 0, 7},
+        {nullptr, "--quiet", "", 2, 0},
+    };
+    for (const auto& row : rows) {
+        const test::TempDir dir;
+        const test::ScopedEnv path("PATH", dir.str());
+        if (row.prompt != nullptr) {
+            test::writeFile(dir / "sudo", "#!/bin/sh\nprintf '%s\\n' \"$@\" >> \"${0%/*}/asked\"\n[ \"$1\" = -v ] && exit " +
+                                              std::string(row.prompt) + "\nexit 7\n");
+            std::filesystem::permissions(dir / "sudo", std::filesystem::perms::owner_all);
+        }
+        EXPECT_TRUE(::geteuid() != 0 || requestElevation(program, row.arguments, true).alreadyElevated);
+        const ElevationResult result = startElevated(program, row.arguments, true);
+        EXPECT_EQ(result.success, row.errorCode == 0) << row.arguments;
+        EXPECT_EQ(result.errorCode, row.errorCode) << row.arguments;
+        EXPECT_EQ(result.exitCode, row.exitCode) << row.arguments;
+        EXPECT_EQ(std::filesystem::exists(dir / "asked") ? test::readFile(dir / "asked") : "", row.asked);
+    }
 }
 
 TEST(SystemError, KnownAndUnknownCodes) {

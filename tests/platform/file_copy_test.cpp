@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "platform/file_replace.hpp"
+#include "platform/posix/copy_fallback.hpp"
 #include "support/test_support.hpp"
 
 namespace velk::updater::platform {
@@ -45,6 +50,34 @@ TEST(FastCopyFailure, MissingSourceOrExistingTargetFailsAndLeavesTheTargetAsItWa
     EXPECT_FALSE(copyFileFast((dir.path() / "source").string(), target.string(), error));
     EXPECT_EQ(error, std::errc::file_exists);
     EXPECT_EQ(test::readFile(target), "old");
+}
+
+// The kernel's copy is left for the buffer only where the kernel refuses the pair itself;
+// any other failure is the copy's.
+TEST(FastCopyFailure, BufferIsTakenOnlyForTheKernelsRefusals) {
+    for (const int error : {EXDEV, ENOSYS, EINVAL, EOPNOTSUPP}) EXPECT_TRUE(copyIsUnsupported(error)) << std::strerror(error);
+    for (const int error : {0, ENOSPC, EIO, EBADF, EFBIG, EPERM, EACCES, EINTR}) {
+        EXPECT_FALSE(copyIsUnsupported(error)) << std::strerror(error);
+    }
+}
+
+// Onto another volume the bytes go through the buffer: a file that fits arrives whole, one
+// that fills the volume fails with the system's error and leaves nothing behind.
+TEST(FastCopyFailure, AcrossVolumesAFullVolumeIsReported) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount a small tmpfs as the other volume";
+    const test::TempDir dir;
+    const fs::path volume = dir / "volume";
+    fs::create_directory(volume);
+    if (::mount("tmpfs", volume.c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "no tmpfs: " << std::strerror(errno);
+    const std::unique_ptr<const char, void (*)(const char*)> unmount(volume.c_str(), [](const char* path) { ::umount2(path, MNT_DETACH); });
+    test::writeFile(dir / "small", "fits");
+    test::writeFile(dir / "large", std::string(1 << 20, 'x'));
+    std::error_code error;
+    ASSERT_TRUE(copyFileFast((dir / "small").string(), (volume / "small").string(), error)) << error.message();
+    EXPECT_EQ(test::readFile(volume / "small"), "fits");
+    EXPECT_FALSE(copyFileFast((dir / "large").string(), (volume / "large").string(), error));
+    EXPECT_EQ(error, std::errc::no_space_on_device);
+    EXPECT_FALSE(fs::exists(volume / "large"));
 }
 
 }  // namespace

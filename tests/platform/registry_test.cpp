@@ -31,15 +31,9 @@ std::string readString(const std::string& key, const std::string& name, long* st
     return rc == kErrorSuccess ? buffer.substr(0, size) : std::string();
 }
 
-// One value line of an export, what the program sees of it, and the line written back
-// (the same line when `written` is empty: the file keeps the export's own form).
-struct ValueRow {
-    std::string line;
-    std::string name;  // looked up in another letter case
-    std::uint32_t type;
-    std::string data;
-    std::string written;
-};
+// One value line of an export, its name in another letter case, what the program sees of it,
+// and the line written back (the same line when empty: the file keeps the export's own form).
+struct ValueRow { std::string line, name; std::uint32_t type; std::string data, written; };
 
 TEST(RegistryExport, EveryValueTypeIsReadAndWrittenBackInTheExportForm) {
     const ValueRow rows[] = {

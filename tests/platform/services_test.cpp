@@ -27,9 +27,7 @@ TEST_F(ServicesTest, ServiceIsCreatedOnceAsAKeyBelowTheServicesKeyAndDescribed) 
     EXPECT_FALSE(queryServicePresence("VELKSvc").serviceOpened);
     EXPECT_EQ(setServiceDescription("VELKSvc", "text"), kServiceDoesNotExist);
     EXPECT_EQ(createService("VELKSvc", "VELK Anti-Cheat Service", "C:\\Apps\\VELK\\VELK_Service.exe"), 0);
-    for (const char* name : {"VELKSvc", "velksvc"}) {
-        EXPECT_TRUE(queryServicePresence(name).serviceOpened) << name;
-    }
+    for (const char* name : {"VELKSvc", "velksvc"}) EXPECT_TRUE(queryServicePresence(name).serviceOpened) << name;
     for (const char* name : {"VELK_Sys", ""}) EXPECT_FALSE(queryServicePresence(name).serviceOpened) << name;
     EXPECT_EQ(serviceData("VELKSvc", "ImagePath"), withNul("C:\\Apps\\VELK\\VELK_Service.exe"));
     EXPECT_EQ(serviceData("VELKSvc", "DisplayName"), withNul("VELK Anti-Cheat Service"));
@@ -37,9 +35,8 @@ TEST_F(ServicesTest, ServiceIsCreatedOnceAsAKeyBelowTheServicesKeyAndDescribed) 
     EXPECT_EQ(serviceData("VELKSvc", "ObjectName"), withNul("LocalSystem"));
     EXPECT_EQ(createService("VELKSvc", "Other", "C:\\x.exe"), kServiceExists);
     EXPECT_EQ(serviceData("VELKSvc", "ImagePath"), withNul("C:\\Apps\\VELK\\VELK_Service.exe"));
-
-    EXPECT_EQ(setServiceDescription("VELKSvc", "Plexwynd Anti-Cheat monitoring service"), 0);
-    EXPECT_EQ(serviceData("VELKSvc", "Description"), withNul("Plexwynd Anti-Cheat monitoring service"));
+    EXPECT_EQ(setServiceDescription("VELKSvc", "described"), 0);
+    EXPECT_EQ(serviceData("VELKSvc", "Description"), withNul("described"));
 }
 
 TEST_F(ServicesTest, DriverPackageIsAddedOnceAndFound) {
@@ -47,8 +44,6 @@ TEST_F(ServicesTest, DriverPackageIsAddedOnceAndFound) {
 
     EXPECT_EQ(findDriverPackage("VELK"), 1);
     EXPECT_EQ(addDriverPackage(inf), kFileNotFound);
-    EXPECT_FALSE(queryServicePresence("VELK_Sys").serviceOpened);
-
     test::writeFile(inf, "[Version]\n");
     EXPECT_EQ(addDriverPackage(inf), 0);
     EXPECT_TRUE(queryServicePresence("VELK_Sys").serviceOpened);

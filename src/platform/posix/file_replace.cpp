@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/posix/copy_fallback.hpp"
+
 namespace velk::updater::platform {
 namespace {
 
@@ -38,12 +40,6 @@ public:
 private:
     int fd_;
 };
-
-// The kernel's copy refuses some pairs (other file systems on old kernels, special files):
-// those go through a bounded buffer instead.
-bool copyIsUnsupported(int error) {
-    return error == EXDEV || error == ENOSYS || error == EINVAL || error == EOPNOTSUPP;
-}
 
 bool copyThroughBuffer(int in, int out) {
     std::vector<char> block(1 << 20);
@@ -85,6 +81,10 @@ bool systemError(std::error_code& error) {
 }
 
 }  // namespace
+
+bool copyIsUnsupported(int error) {
+    return error == EXDEV || error == ENOSYS || error == EINVAL || error == EOPNOTSUPP;
+}
 
 bool flushFile(const std::string& path) { return syncPath(path, O_RDONLY); }
 
