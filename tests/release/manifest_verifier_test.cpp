@@ -296,7 +296,9 @@ TEST_F(VerifierTest, UpdateDecision) {
         EXPECT_EQ(verifier.analyzeVersionComparison(), row.update);
         for (const std::string& line : {"Version comparison: " + row.version + " vs " + row.installed + " = " + row.order,
                                         "Installed VELK version: " + row.installed + " build " + row.installedBuild,
-                                        "Manifest version: " + row.version + " build " + row.build, row.verdict}) {
+                                        "Manifest version: " + row.version + " build " + row.build, row.verdict,
+                                        std::string("Allow downgrades: ") + (row.allowDowngrades ? "YES" : "NO"),
+                                        std::string("=== Version Comparison Analysis ===")}) {
             EXPECT_EQ(log_.count("[INFO] " + line), 1u) << line;
         }
     }
