@@ -15,13 +15,6 @@ protected:
 
     ProcessResult runPinned(const std::vector<std::string>& args) { return run(args, {}, "VELK_Updater_pinned_test"); }
 
-    // Edits the published manifest as an attacker on the site would.
-    void rewriteManifest(const std::function<void(json&)>& edit) {
-        json document = json::parse(readFile(site() / "manifest.json"));
-        edit(document);
-        writeFile(site() / "manifest.json", document.dump(2));
-    }
-
     void freshInstallation(const std::string& registryValues = "") {
         fs::remove_all(installDir());
         productKey("\"InstallPath\"=\"" + installDir().string() + "\"\n" + registryValues);
@@ -60,7 +53,7 @@ TEST_F(KeySubstitution, PinnedUpdaterInstallsOnlyReleasesSignedByThePinnedKeys) 
     for (const Case& c : cases) {
         freshInstallation();
         publish("1.0.0", "100", kRelease1, c.signing);
-        if (c.edit) rewriteManifest(c.edit);
+        if (c.edit) editManifest(c.edit);
         const ProcessResult result = runPinned({});
         EXPECT_EQ(result.exitCode, 0) << c.what << ": " << result.err;
         EXPECT_EQ(fs::exists(installDir() / "VELK.dll"), c.installed) << c.what;
@@ -146,7 +139,7 @@ TEST_F(DeltaUpdate, DeltaIsUsedAndItsPatchEntryIsSigned) {
     writeFile(rules(), "/cdn/files/VELK.dll 404\n/mirror/files/VELK.dll 404\n/origin/files/VELK.dll 404\n"
                        "/cdn/files/VELK.dll.zip 404\n/mirror/files/VELK.dll.zip 404\n/origin/files/VELK.dll.zip 404\n");
 
-    rewriteManifest([](json& d) { d["manifest"]["files"][0]["patches"][0]["size"] = 12345; });
+    editManifest([](json& d) { d["manifest"]["files"][0]["patches"][0]["size"] = 12345; });
     EXPECT_EQ(runPinned({}).exitCode, 0);
     EXPECT_TRUE(logged("[ERROR] Signature verification failed: Signature verification failed"));
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), library + "1.0");
