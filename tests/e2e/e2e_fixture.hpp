@@ -113,9 +113,11 @@ protected:
         }
         return lines;
     }
-    bool logged(const std::string& line) const {
-        const auto lines = logLines();
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    // The log's lines as logLines() gives them, each ending in "\n".
+    std::string logText() const {
+        std::string text;
+        for (const auto& line : logLines()) text += line + "\n";
+        return text;
     }
     bool loggedStartingWith(const std::string& prefix) const {
         const auto lines = logLines();
