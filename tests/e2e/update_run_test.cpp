@@ -30,6 +30,10 @@ TEST_F(UpdateRunTest, FreshInstallThenNothingToDoThenRepairThenOnlyTheChangedFil
                                            "WARNING: VELK installation incomplete or corrupted\n",
                                            "Missing files: VELK_Service.exe, VELK.dll, VELK_Launcher.exe\n",
                                            "WARNING: Could not determine installed VELK version\n",
+                                           "\r[0%] Downloading VELK.dll: VELK.dll",
+                                           "\r[33%] Downloading VELK_Launcher.exe: VELK_Launcher.exe",
+                                           "\r[66%] Downloading VELK_Service.exe: VELK_Service.exe",
+                                           "\r[100%] Update completed: VELK_Service.exe\n",
                                            "Update process completed successfully\n"}))
         << first.out;
     const std::string url = "http://127.0.0.1:" + std::to_string(VELK_LOOPBACK_PORT);
