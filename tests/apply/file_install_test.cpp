@@ -26,62 +26,51 @@ protected:
 
 // Each way an installation goes, from the target's state and the configuration to what is in
 // place afterwards: the new file (readable by the product's users, not private like its
-// download), the old one kept as a backup only when asked for (its folder made again if
-// someone removed it after start-up), no staging copy left, and the old file untouched when
-// the target cannot be replaced.
+// download), the old one kept as a backup only when asked for, no staging copy left, and
+// the old file untouched when the target cannot be replaced.
 TEST_F(InstallationTest, EachSituationGivesItsOutcome) {
-    struct Row {
-        std::string target;
-        bool old;             // a copy is installed
-        bool backup;          // the entry asks for a backup
-        bool staging;         // installed through a staging copy, the download removed after
-        bool leftover;        // a staging copy of an earlier attempt is there
-        bool backupRemoved;   // the backup folder was removed after start-up
-        bool locked;          // the target cannot be replaced
-    };
-    const std::vector<Row> rows = {
-        {"drivers/x64/VELK_Sys.sys", false, false, true, false, false, false},
-        {"VELK.dll", true, true, true, false, false, false},
-        {"VELK.dll", true, true, true, false, true, false},
-        {"VELK.dll", true, false, true, true, false, false},
-        {"VELK.dll", true, false, false, false, false, false},
-        {"VELK.dll", true, false, true, false, false, true},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(std::vector<bool>{row.old, row.backup, row.staging, row.leftover,
-                                                                  row.backupRemoved, row.locked}));
+    // Before: "old" a copy is installed, "backup" the entry asks for one, "removed" the backup
+    // folder was removed after start-up, "leftover" a staging copy of an earlier attempt is
+    // there, "direct" no staging copy is used and the download is kept, "locked" the target
+    // cannot be replaced.
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"drivers/x64/VELK_Sys.sys", ""}, {"VELK.dll", "old backup"}, {"VELK.dll", "old backup removed"},
+        {"VELK.dll", "old leftover"},     {"VELK.dll", "old direct"},  {"VELK.dll", "old locked"}};
+    for (const auto& [target, before] : rows) {
+        SCOPED_TRACE(target + ": " + before);
+        const auto has = [&](const std::string& word) { return (" " + before + " ").find(" " + word + " ") != std::string::npos; };
         fs::remove_all(install_);
-        config_.useStaging = config_.deleteTempAfterInstall = row.staging;
+        config_.useStaging = config_.deleteTempAfterInstall = !has("direct");
         updater_.reset();
         updater();
-        if (row.backupRemoved) fs::remove_all(installed("backup"));
-        if (row.old) test::writeFile(installed(row.target), "old");
-        if (row.leftover) test::writeFile(installed(row.target + ".staging"), "half of an old attempt");
+        if (has("removed")) fs::remove_all(installed("backup"));
+        if (has("old")) test::writeFile(installed(target), "old");
+        if (has("leftover")) test::writeFile(installed(target + ".staging"), "half of an old attempt");
         std::optional<test::ScopedImmutable> locked;
-        if (row.locked && !locked.emplace(installed(row.target)).active()) {
+        if (has("locked") && !locked.emplace(installed(target)).active()) {
             GTEST_SKIP() << "the file system refuses the immutable attribute here";
         }
-        ManifestFile file = entry(fs::path(row.target).filename().string(), "new");
-        file.target_path = row.target;
-        file.backup = row.backup;
+        ManifestFile file = entry(fs::path(target).filename().string(), "new");
+        file.target_path = target;
+        file.backup = has("backup");
         const std::string source = downloaded(file.name, "new");
         FileUpdateResult download;
         download.bytesDownloaded = 3;
         const FileUpdateResult result = updater().installFile(file, source, download);
         locked.reset();
-        EXPECT_EQ(result.success, !row.locked) << result.errorMessage;
-        EXPECT_EQ(result.filePath, row.target);
-        EXPECT_EQ(test::readFile(installed(row.target)), row.locked ? "old" : "new");
-        EXPECT_EQ(fs::exists(source), !row.staging);
+        EXPECT_EQ(result.success, !has("locked")) << result.errorMessage;
+        EXPECT_EQ(result.filePath, target);
+        EXPECT_EQ(test::readFile(installed(target)), has("locked") ? "old" : "new");
+        EXPECT_EQ(fs::exists(source), has("direct"));
         std::vector<std::string> kept;
         for (const auto& backup : backups()) kept.push_back(test::readFile(backup));
-        EXPECT_EQ(kept, std::vector<std::string>(row.backup ? 1 : 0, "old"));
-        if (row.locked) {
+        EXPECT_EQ(kept, std::vector<std::string>(has("backup") ? 1 : 0, "old"));
+        if (has("locked")) {
             EXPECT_EQ(result.errorMessage.rfind("Installation failed: ", 0), 0u) << result.errorMessage;
         } else {  // a failed replacement leaves its staging copy to the run's final clean-up
-            EXPECT_FALSE(fs::exists(installed(row.target + ".staging")));
+            EXPECT_FALSE(fs::exists(installed(target + ".staging")));
             EXPECT_EQ(result.bytesDownloaded, 3u);
-            EXPECT_EQ(fs::status(installed(row.target)).permissions() & fs::perms::mask,
+            EXPECT_EQ(fs::status(installed(target)).permissions() & fs::perms::mask,
                       fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read);
         }
     }

@@ -7,12 +7,6 @@ namespace {
 
 class UpdateFilesTest : public FileUpdaterTest {
 protected:
-    Manifest manifestOf(const std::vector<ManifestFile>& files) {
-        Manifest manifest;
-        manifest.version = "2.0.0";
-        manifest.files = files;
-        return manifest;
-    }
     // Puts the installation on a fresh 64 KiB volume, unmounted when the test ends; false
     // where mounting is not allowed.
     bool onSmallVolume() {
