@@ -100,29 +100,19 @@ protected:
         return runProcess(builtProgram(program), args, ProcessOptions{env, "", ""});
     }
 
-    std::vector<std::string> logLines() const {
-        std::vector<std::string> lines;
-        std::istringstream text(readFile(logFile()));
-        for (std::string line; std::getline(text, line);) {
+    // The log as "[LEVEL] message" lines, each ending in "\n".
+    std::string logText() const {
+        std::string text;
+        std::istringstream log(readFile(logFile()));
+        for (std::string line; std::getline(log, line);) {
             // "[date time] [LEVEL] [] message" -> "[LEVEL] message"
             const auto level = line.find("] [");
             const auto category = line.find("] [] ");
             if (level != std::string::npos && category != std::string::npos) {
-                lines.push_back(line.substr(level + 2, category - level - 1) + line.substr(category + 4));
+                text += line.substr(level + 2, category - level - 1) + line.substr(category + 4) + "\n";
             }
         }
-        return lines;
-    }
-    // The log's lines as logLines() gives them, each ending in "\n".
-    std::string logText() const {
-        std::string text;
-        for (const auto& line : logLines()) text += line + "\n";
         return text;
-    }
-    bool loggedStartingWith(const std::string& prefix) const {
-        const auto lines = logLines();
-        return std::any_of(lines.begin(), lines.end(),
-                           [&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
     }
 
     // Whether each line appears in `text`, in this order (other output may come between).

@@ -14,6 +14,12 @@ protected:
     static std::string key(const std::string& name) { return (fs::path(VELK_TEST_KEYS_DIR) / name).string(); }
 
     ProcessResult runPinned(const std::vector<std::string>& args) { return run(args, {}, "VELK_Updater_pinned_test"); }
+    // The vendor signs the published manifest again, with a new expiry and any other changes.
+    void resign(std::vector<std::string> extra = {}) {
+        extra.insert(extra.begin(), {"--resign", site().string(), "--sign-ed25519", key("vendor_ed25519.seed")});
+        const ProcessResult resigned = runProcess(builtProgram("velk_publish"), extra);
+        ASSERT_EQ(resigned.exitCode, 0) << resigned.err;
+    }
 
     void freshInstallation(const std::string& registryValues = "") {
         fs::remove_all(installDir());
@@ -77,9 +83,7 @@ TEST_F(FreezeAttack, ExpiredManifestInstallsNothingUntilTheVendorSignsItAgain) {
     EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
     EXPECT_EQ(runPinned({"--check-only"}).exitCode, 1);
 
-    const ProcessResult resigned = runProcess(
-        builtProgram("velk_publish"), {"--resign", site().string(), "--sign-ed25519", key("vendor_ed25519.seed")});
-    ASSERT_EQ(resigned.exitCode, 0) << resigned.err;
+    resign();
     ASSERT_EQ(runPinned({}).exitCode, 0);
     expectInstalled(kRelease1);
 }
@@ -102,9 +106,7 @@ TEST_F(StagedRollout, HaltedReleaseWaitsAndTheCohortIsKept) {
     EXPECT_EQ(runPinned({"--check-only"}).exitCode, 0);
     EXPECT_EQ(cohortLine(), cohort);
 
-    const ProcessResult raised = runProcess(builtProgram("velk_publish"), {"--resign", site().string(), "--sign-ed25519",
-                                                                          key("vendor_ed25519.seed"), "--rollout", "100"});
-    ASSERT_EQ(raised.exitCode, 0) << raised.err;
+    resign({"--rollout", "100"});
     ASSERT_EQ(runPinned({}).exitCode, 0);
     expectInstalled(kRelease1);
     EXPECT_EQ(cohortLine(), cohort);
