@@ -62,7 +62,6 @@ protected:
             ManifestVerifierConfig verifier;
             verifier.currentVersion = getInstalledVersion().empty() ? "0.0.0" : getInstalledVersion();
             verifier.currentBuildNumber = getInstalledBuildNumber().empty() ? "0" : getInstalledBuildNumber();
-            verifier.rolloutCohort = cohort_;
             SelfUpdaterConfig self;
             self.installDirectory = installDir().string();
             self.currentExecutable = platform::executablePath();
@@ -77,7 +76,6 @@ protected:
     test::ScopedEnv tmpEnv_{"TMPDIR", tmp_.str()};
     test::HttpTestServer server_;
     test::LogCapture log_;
-    std::uint32_t cohort_ = 0;  // this installation's rollout cohort
     std::unique_ptr<UpdateClient> client_;
 };
 

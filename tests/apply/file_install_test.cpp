@@ -24,26 +24,61 @@ protected:
     }
 };
 
-TEST_F(InstallationTest, NewFileGetsItsFoldersAndTheDownloadIsRemoved) {
-    ManifestFile file = entry("VELK_Sys.sys", "driver");
-    file.target_path = "drivers/x64/VELK_Sys.sys";
-    const std::string source = downloaded("VELK_Sys.sys", "driver");
-    FileUpdateResult download;
-    download.bytesDownloaded = 6;
-    const FileUpdateResult result = updater().installFile(file, source, download);
-    ASSERT_TRUE(result.success) << result.errorMessage;
-    EXPECT_EQ(result.filePath, "drivers/x64/VELK_Sys.sys");
-    EXPECT_EQ(result.bytesDownloaded, 6u);
-    EXPECT_EQ(test::readFile(installed("drivers/x64/VELK_Sys.sys")), "driver");
-    EXPECT_FALSE(fs::exists(source));
-    EXPECT_FALSE(fs::exists(installed("drivers/x64/VELK_Sys.sys.staging")));
-    EXPECT_TRUE(backups().empty());
-    // Readable by the product's users, not private like the download it was.
-    EXPECT_EQ(fs::status(installed("drivers/x64/VELK_Sys.sys")).permissions() & fs::perms::mask,
-              fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read);
+// Each way an installation goes, from the target's state and the configuration to what is in
+// place afterwards: the new file (readable by the product's users, not private like its
+// download), the old one kept as a backup only when asked for, no staging copy left, and
+// the old file untouched when the target cannot be replaced.
+TEST_F(InstallationTest, EachSituationGivesItsOutcome) {
+    // Before: "old" a copy is installed, "backup" the entry asks for one, "removed" the backup
+    // folder was removed after start-up, "leftover" a staging copy of an earlier attempt is
+    // there, "direct" no staging copy is used and the download is kept, "locked" the target
+    // cannot be replaced.
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"drivers/x64/VELK_Sys.sys", ""}, {"VELK.dll", "old backup"}, {"VELK.dll", "old backup removed"},
+        {"VELK.dll", "old leftover"},     {"VELK.dll", "old direct"},  {"VELK.dll", "old locked"}};
+    for (const auto& [target, before] : rows) {
+        SCOPED_TRACE(target + ": " + before);
+        const auto has = [&](const std::string& word) { return (" " + before + " ").find(" " + word + " ") != std::string::npos; };
+        fs::remove_all(install_);
+        config_.useStaging = config_.deleteTempAfterInstall = !has("direct");
+        updater_.reset();
+        updater();
+        if (has("removed")) fs::remove_all(installed("backup"));
+        if (has("old")) test::writeFile(installed(target), "old");
+        if (has("leftover")) test::writeFile(installed(target + ".staging"), "half of an old attempt");
+        std::optional<test::ScopedImmutable> locked;
+        if (has("locked") && !locked.emplace(installed(target)).active()) {
+            GTEST_SKIP() << "the file system refuses the immutable attribute here";
+        }
+        ManifestFile file = entry(fs::path(target).filename().string(), "new");
+        file.target_path = target;
+        file.backup = has("backup");
+        const std::string source = downloaded(file.name, "new");
+        FileUpdateResult download;
+        download.bytesDownloaded = 3;
+        const FileUpdateResult result = updater().installFile(file, source, download);
+        locked.reset();
+        EXPECT_EQ(result.success, !has("locked")) << result.errorMessage;
+        EXPECT_EQ(result.filePath, target);
+        EXPECT_EQ(test::readFile(installed(target)), has("locked") ? "old" : "new");
+        EXPECT_EQ(fs::exists(source), has("direct"));
+        std::vector<std::string> kept;
+        for (const auto& backup : backups()) kept.push_back(test::readFile(backup));
+        EXPECT_EQ(kept, std::vector<std::string>(has("backup") ? 1 : 0, "old"));
+        if (has("locked")) {
+            EXPECT_EQ(result.errorMessage.rfind("Installation failed: ", 0), 0u) << result.errorMessage;
+        } else {  // a failed replacement leaves its staging copy to the run's final clean-up
+            EXPECT_FALSE(fs::exists(installed(target + ".staging")));
+            EXPECT_EQ(result.bytesDownloaded, 3u);
+            EXPECT_EQ(fs::status(installed(target)).permissions() & fs::perms::mask,
+                      fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read);
+        }
+    }
 }
 
-TEST_F(InstallationTest, BackupIsKeptAndASecondOneInTheSameSecondFails) {
+// A second backup of the same file in the same second would take the first one's name: it
+// fails instead, and the installed file stays.
+TEST_F(InstallationTest, SecondBackupInTheSameSecondFails) {
     ManifestFile file = entry("VELK.dll", "new");
     file.backup = true;
     test::writeFile(installed("VELK.dll"), "old");
@@ -55,62 +90,14 @@ TEST_F(InstallationTest, BackupIsKeptAndASecondOneInTheSameSecondFails) {
     while (intoSecond() > std::chrono::milliseconds(500)) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     ASSERT_TRUE(updater().installFile(file, downloaded("VELK.dll", "new"), {}).success);
     ASSERT_EQ(backups().size(), 1u);
-    EXPECT_EQ(test::readFile(backups()[0]), "old");
     EXPECT_EQ(backups()[0].filename().string().rfind("VELK.dll_", 0), 0u);
-
     test::writeFile(installed("VELK.dll"), "newer still old");
-    const FileUpdateResult second_ = updater().installFile(file, downloaded("VELK.dll", "newest"), {});
+    const FileUpdateResult second = updater().installFile(file, downloaded("VELK.dll", "newest"), {});
     if (backups().size() != 1u) GTEST_SKIP() << "the two installations fell into different seconds";
-    EXPECT_FALSE(second_.success);
-    EXPECT_EQ(second_.errorMessage.rfind("Installation failed: ", 0), 0u) << second_.errorMessage;
+    EXPECT_FALSE(second.success);
+    EXPECT_EQ(second.errorMessage.rfind("Installation failed: ", 0), 0u) << second.errorMessage;
     EXPECT_EQ(test::readFile(installed("VELK.dll")), "newer still old");
-    EXPECT_TRUE(log_.contains("[ERROR] Installation failed for VELK.dll: " + second_.errorMessage.substr(21)));
-}
-
-// Someone removed the backup folder after start-up: it is made again, and the old file
-// is kept there before it is replaced.
-TEST_F(InstallationTest, BackupFolderRemovedAfterStartUpIsMadeAgain) {
-    ManifestFile file = entry("VELK.dll", "new");
-    file.backup = true;
-    test::writeFile(installed("VELK.dll"), "old");
-    updater();
-    fs::remove_all(installed("backup"));
-    ASSERT_TRUE(updater().installFile(file, downloaded("VELK.dll", "new"), {}).success);
-    ASSERT_EQ(backups().size(), 1u);
     EXPECT_EQ(test::readFile(backups()[0]), "old");
-    EXPECT_EQ(test::readFile(installed("VELK.dll")), "new");
-}
-
-// The old file is replaced without a backup, which the manifest did not ask for.
-TEST_F(InstallationTest, LeftoverStagingFileIsReplacedAndNoBackupUnlessAskedFor) {
-    test::writeFile(installed("VELK.dll"), "old");
-    test::writeFile(installed("VELK.dll.staging"), "half of an old attempt");
-    ASSERT_TRUE(updater().installFile(entry("VELK.dll", "new"), downloaded("VELK.dll", "new"), {}).success);
-    EXPECT_EQ(test::readFile(installed("VELK.dll")), "new");
-    EXPECT_FALSE(fs::exists(installed("VELK.dll.staging")));
-    EXPECT_TRUE(log_.contains("[DEBUG] Removing leftover staging file: " + installed("VELK.dll.staging").string()));
-    EXPECT_TRUE(backups().empty());
-}
-
-TEST_F(InstallationTest, WithoutStagingTheTargetIsOverwrittenAndDownloadsCanStay) {
-    config_.useStaging = false;
-    config_.deleteTempAfterInstall = false;
-    test::writeFile(installed("VELK.dll"), "old");
-    const std::string source = downloaded("VELK.dll", "new");
-    ASSERT_TRUE(updater().installFile(entry("VELK.dll", "new"), source, {}).success);
-    EXPECT_EQ(test::readFile(installed("VELK.dll")), "new");
-    EXPECT_TRUE(fs::exists(source));
-    EXPECT_FALSE(fs::exists(installed("VELK.dll.staging")));
-}
-
-TEST_F(InstallationTest, TargetThatCannotBeReplacedFailsAndStaysOld) {
-    test::writeFile(installed("VELK.dll"), "old");
-    test::ScopedImmutable locked(installed("VELK.dll"));
-    if (!locked.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
-    const FileUpdateResult result = updater().installFile(entry("VELK.dll", "new"), downloaded("VELK.dll", "new"), {});
-    EXPECT_FALSE(result.success);
-    EXPECT_EQ(result.errorMessage.rfind("Installation failed: ", 0), 0u);
-    EXPECT_EQ(test::readFile(installed("VELK.dll")), "old");
 }
 
 // Another process holds the installed copy. A file mounted over it makes the rename fail

@@ -39,6 +39,12 @@ protected:
         return *updater_;
     }
     fs::path installed(const std::string& relative) const { return install_ / relative; }
+    static Manifest manifestOf(const std::vector<ManifestFile>& files) {
+        Manifest manifest;
+        manifest.version = "2.0.0";
+        manifest.files = files;
+        return manifest;
+    }
 
     test::TempDir dir_;
     test::HttpTestServer server_;

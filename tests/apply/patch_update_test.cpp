@@ -27,15 +27,26 @@ protected:
         server_.set("/cdn/files/VELK.dll.p1.zstpatch", patchBytes);
         return file;
     }
-    Manifest manifestOf(const ManifestFile& file) {
-        Manifest manifest;
-        manifest.version = "2.0.0";
-        manifest.files = {file};
-        return manifest;
-    }
     bool update(const ManifestFile& file) {
-        const auto results = updater().updateFiles(manifestOf(file), {});
+        const auto results = updater().updateFiles(manifestOf({file}), {});
         return results.size() == 1 && results[0].success;
+    }
+    // Each patch (as served, as listed) is dropped once for the reason given and the whole
+    // file installed instead; nothing of the patch or its output stays.
+    void expectWholeFileInstead(const std::vector<std::array<std::string, 3>>& rows) {
+        server_.set("/cdn/files/VELK.dll", new_);
+        for (const auto& [served, listed, reason] : rows) {
+            SCOPED_TRACE(reason);
+            test::writeFile(installed("VELK.dll"), old_);
+            const ManifestFile file = patched(listed, old_);
+            server_.set("/cdn/files/VELK.dll.p1.zstpatch", served);
+            log_.clear();
+            EXPECT_TRUE(update(file));
+            EXPECT_EQ(test::readFile(installed("VELK.dll")), new_);
+            EXPECT_EQ(log_.count("[WARNING] Patch for VELK.dll not used (" + reason), 1u);
+            EXPECT_EQ(log_.count("[WARNING] Patch for VELK.dll not used"), 1u);
+            EXPECT_TRUE(fs::is_empty(downloads()));
+        }
     }
     std::size_t requestsFor(const std::string& path) {
         const auto all = server_.requests();
@@ -60,31 +71,13 @@ TEST_F(PatchUpdateTest, CorruptPatchFallsBackToFull) {
     const std::string good = test::zstdPatch(old_, new_);
     std::string flipped = good;
     flipped[flipped.size() / 2] ^= 0x40;
-    const struct {
-        const char* what;
-        std::string served;
-        std::string listed;
-        std::string reason;
-    } rows[] = {
-        {"changed on the server", flipped, good, "Patch digest mismatch"},
-        {"damaged when listed", flipped, flipped, "Patch cannot be decoded"},
-        {"cut short", good.substr(0, good.size() - 4), good.substr(0, good.size() - 4), "Patch is cut short or damaged"},
-        {"something after it", good + "tail", good + "tail", "Data after the patch's frame"},
-        {"another file", test::zstdPatch(old_, build('3')), test::zstdPatch(old_, build('3')),
-         "Patched file does not match the release"},
-    };
-    server_.set("/cdn/files/VELK.dll", new_);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        test::writeFile(installed("VELK.dll"), old_);
-        ManifestFile file = patched(row.listed, old_);
-        server_.set("/cdn/files/VELK.dll.p1.zstpatch", row.served);
-        log_.clear();
-        EXPECT_TRUE(update(file));
-        EXPECT_EQ(test::readFile(installed("VELK.dll")), new_);
-        EXPECT_EQ(log_.count("[WARNING] Patch for VELK.dll not used (" + std::string(row.reason)), 1u);
-        EXPECT_EQ(log_.count("[WARNING] Patch for VELK.dll not used"), 1u);
-    }
+    const std::string cut = good.substr(0, good.size() - 4);
+    const std::string other = test::zstdPatch(old_, build('3'));
+    expectWholeFileInstead({{flipped, good, "Patch digest mismatch"},  // changed on the server
+                            {flipped, flipped, "Patch cannot be decoded"},
+                            {cut, cut, "Patch is cut short or damaged"},
+                            {good + "tail", good + "tail", "Data after the patch's frame"},
+                            {other, other, "Patched file does not match the release"}});
 }
 
 // A patch made from another copy than the one installed is never fetched; nor is any patch
@@ -107,23 +100,12 @@ TEST_F(PatchUpdateTest, PatchForAnotherBaseIgnored) {
 // Nothing of its output stays.
 TEST_F(PatchUpdateTest, PatchBombBounded) {
     const std::string zeros(64 << 20, '\0');
-    const struct {
-        std::string bomb;
-        std::string reason;
-    } rows[] = {
-        {test::zstdPatch(old_, zeros), "Patch result larger than the expected " + std::to_string(new_.size()) + " bytes"},
-        {test::zstdPatch(old_, zeros, false), "Patch does not state the size of its result"},
-    };
-    server_.set("/cdn/files/VELK.dll", new_);
-    for (const auto& row : rows) {
-        ASSERT_LT(row.bomb.size(), 64u * 1024);
-        test::writeFile(installed("VELK.dll"), old_);
-        log_.clear();
-        EXPECT_TRUE(update(patched(row.bomb, old_)));
-        EXPECT_EQ(log_.count("[WARNING] Patch for VELK.dll not used (" + row.reason + ")"), 1u) << row.reason;
-        EXPECT_EQ(test::readFile(installed("VELK.dll")), new_);
-        EXPECT_TRUE(fs::is_empty(downloads()));
-    }
+    const std::string stated = test::zstdPatch(old_, zeros);
+    const std::string unstated = test::zstdPatch(old_, zeros, false);
+    ASSERT_LT(std::max(stated.size(), unstated.size()), 64u * 1024);
+    expectWholeFileInstead(
+        {{stated, stated, "Patch result larger than the expected " + std::to_string(new_.size()) + " bytes)"},
+         {unstated, unstated, "Patch does not state the size of its result)"}});
 }
 
 }  // namespace

@@ -5,128 +5,76 @@ namespace {
 
 const std::string kServices = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\";
 
-class ServicesTest : public ClientTest {
-protected:
-    void addDriverFiles(bool withCatalog = true) {
-        test::writeFile(installDir() / "VELK_Sys.inf", "[Version]\n");
-        test::writeFile(installDir() / "VELK_Sys.sys", "sys");
-        if (withCatalog) test::writeFile(installDir() / "VELK_Sys.cat", "cat");
-    }
-};
-
-TEST_F(ServicesTest, NothingRunsWhenBothAreRegistered) {
-    registry("\"Version\"=\"1.0.0\"\n", kServices + "VELKSvc]\n" + kServices + "VELK_Sys]\n");
-    const std::string before = registryText();
-    EXPECT_TRUE(client().installServices());
-    EXPECT_TRUE(log_.contains("[INFO] VELK service already installed"));
-    EXPECT_TRUE(log_.contains("[INFO] VELK driver already installed"));
-    EXPECT_TRUE(log_.contains("[INFO] Cleaning up backup files..."));
-    EXPECT_EQ(registryText(), before);
-    EXPECT_FALSE(fs::exists(root() / "DriverStore"));
-}
-
-TEST_F(ServicesTest, InstallsServiceAndDriverWithAMissingCatalog) {
-    addDriverFiles(false);
-    EXPECT_TRUE(client().installServices());
-    const std::string inf = (installDir() / "VELK_Sys.inf").string();
-    EXPECT_TRUE(log_.contains("[WARNING] Expected driver file not found: " + (installDir() / "VELK_Sys.cat").string()));
-    EXPECT_TRUE(log_.contains("[WARNING] Some expected driver files are missing - proceeding anyway"));
-    EXPECT_TRUE(log_.contains("[INFO] Executing: pnputil.exe /add-driver \"" + inf + "\" /install"));
-    EXPECT_TRUE(log_.contains("[INFO] Driver verification successful - VELK driver found in driver store"));
-    EXPECT_TRUE(client().serviceExists("VELK_Sys"));
-    EXPECT_NE(registryText().find("Plexwynd Anti-Cheat monitoring service"), std::string::npos);
-}
-
-TEST_F(ServicesTest, MissingInfFailsAfterTheService) {
-    EXPECT_FALSE(client().installServices());
-    EXPECT_TRUE(log_.contains("[ERROR] Please ensure VELK is properly installed and all driver files are present"));
-    EXPECT_TRUE(client().serviceExists("VELKSvc"));
-    EXPECT_EQ(log_.lines().back(), "[INFO] Backup directory removed successfully: " + (installDir() / "backup").string());
-}
-
-TEST_F(ServicesTest, DriverPackageAlreadyInTheStoreGives259) {
-    addDriverFiles();
-    test::writeFile(root() / "DriverStore" / "VELK_Sys.inf", "[Version]\n");
-    EXPECT_FALSE(client().installServices());
-    EXPECT_TRUE(log_.contains("[ERROR] Failed to install VELK driver (exit code: 259)"));
-    EXPECT_TRUE(log_.contains("[WARNING] No devices match the driver or a better driver is already installed"));
-}
-
-TEST_F(ServicesTest, ServiceCreationFailureStillTriesTheDriver) {
-    addDriverFiles();
-    test::ScopedImmutable locked(root() / "registry.reg");
-    if (!locked.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
-    EXPECT_FALSE(client().installServices());
-    EXPECT_TRUE(log_.contains("[ERROR] Failed to install VELK service (exit code: 87)"));
-    EXPECT_TRUE(log_.contains("[INFO] Installing VELK driver..."));
-    EXPECT_TRUE(log_.contains("[ERROR] Unknown driver installation error. Check Windows Event Log for details"));
-}
-
-TEST_F(ServicesTest, UnreadableRegistryMeansNoServiceManager) {
-    test::writeFile(root() / "registry.reg", "garbage");
-    EXPECT_FALSE(client().serviceExists("VELKSvc"));
-    EXPECT_EQ(log_.lines().back(), "[ERROR] Failed to open service manager");
-}
-
-class CleanupTest : public ClientTest {};
-
-// Leftovers are recognised by name only; a folder of that name is left alone. The final
-// clean-up sweeps staging copies in the installation and downloads in the download folder.
-TEST_F(CleanupTest, LeftoversByName) {
+// What the services mode of a run does (install the services, then clean up): from the
+// registry, the driver files, the driver store and the leftovers of earlier runs to what is
+// registered, stored and left afterwards. Leftovers are recognised by name only, and a folder
+// of such a name is left alone; the backup folder goes once empty.
+using ServicesModeTest = ClientTest;
+TEST_F(ServicesModeTest, ServicesAndCleanupFromEachSituation) {
     struct Row {
-        fs::path folder;
-        std::vector<std::string> gone;
-        std::vector<std::string> kept;
-        std::string done;
+        std::string what;
+        bool registered;      // both services in the registry before
+        int driverFiles;      // VELK_Sys.inf and .sys, and .cat when 3
+        std::string registry;  // "locked" (read-only), "garbage" (unreadable), or fine
+        bool inStore;         // the driver package already in the store
+        bool backupFolder;    // the backup folder holds a folder of its own
+        bool ok, service, driver, storedAfter;
+        std::string reason;  // the log line that says why
     };
     const std::vector<Row> rows = {
-        {installDir(),
-         {"VELK.dll.staging", "my-velk-file.staging", "libcurl.dll.staging"},
-         {"notes.staging", "VELK.dll.STAGING", "VELK.staging/"},
-         "[INFO] Cleaned up 3 leftover staging files"},
-        {downloadDir(),
-         {"VELKsetup.tmp", "zlib1.dll.tmp"},
-         {"oldVELK.tmp", "velk_x.tmp", "other.tmp", "VELKdir.tmp/"},
-         "[INFO] Cleaned up 2 leftover temporary files"},
+        {"both registered", true, 0, "", false, false, true, true, true, false, "[INFO] VELK driver already installed"},
+        {"no catalog", false, 2, "", false, false, true, true, true, true,
+         "[WARNING] Some expected driver files are missing - proceeding anyway"},
+        {"no INF", false, 0, "", false, true, false, true, false, false, "[ERROR] Driver INF file not found: "},
+        {"package in the store", false, 3, "", true, false, false, true, false, true,
+         "[ERROR] Failed to install VELK driver (exit code: 259)"},
+        {"unreadable registry", false, 3, "garbage", false, false, false, false, false, false,
+         "[ERROR] Failed to open service manager"},
+        {"read-only registry", false, 3, "locked", false, false, false, false, false, true,
+         "[ERROR] Failed to install VELK service (exit code: 87)"},  // last: it may be skipped
     };
+    const std::vector<std::string> gone = {"VELK.dll.staging", "my-velk-file.staging", "libcurl.dll.staging",
+                                           ".velk_downloads/VELKsetup.tmp", ".velk_downloads/zlib1.dll.tmp",
+                                           "backup/VELK.dll_20250101_000000.bak"};
+    const std::vector<std::string> kept = {"notes.staging", "VELK.dll.STAGING", "VELK.staging/",
+                                           ".velk_downloads/oldVELK.tmp", ".velk_downloads/velk_x.tmp",
+                                           ".velk_downloads/other.tmp", ".velk_downloads/VELKdir.tmp/"};
     for (const Row& row : rows) {
-        for (const auto& names : {row.gone, row.kept}) {
+        SCOPED_TRACE(row.what);
+        fs::remove_all(installDir());
+        fs::remove_all(root() / "DriverStore");
+        for (const auto& names : {gone, kept}) {
             for (const auto& name : names) {
-                if (name.back() == '/') {
-                    fs::create_directories(row.folder / name);
-                } else {
-                    test::writeFile(row.folder / name, "x");
-                }
+                if (name.back() == '/') fs::create_directories(installDir() / name);
+                else test::writeFile(installDir() / name, "x");
             }
         }
+        if (row.backupFolder) fs::create_directories(installDir() / "backup" / "nested");
+        const char* drivers[] = {"VELK_Sys.inf", "VELK_Sys.sys", "VELK_Sys.cat"};
+        for (int i = 0; i < row.driverFiles; ++i) test::writeFile(installDir() / drivers[i], "driver");
+        if (row.inStore) test::writeFile(root() / "DriverStore" / "VELK_Sys.inf", "[Version]\n");
+        registry("", row.registered ? kServices + "VELKSvc]\n" + kServices + "VELK_Sys]\n" : "");
+        if (row.registry == "garbage") test::writeFile(root() / "registry.reg", "garbage");
+        const std::string before = registryText();
+        log_.clear();
+        {
+            std::optional<test::ScopedImmutable> locked;
+            if (row.registry == "locked" && !locked.emplace(root() / "registry.reg").active()) {
+                GTEST_SKIP() << "the file system refuses the immutable attribute here";
+            }
+            EXPECT_EQ(client().installServices(), row.ok);
+            client().finalCleanup();
+        }
+        EXPECT_EQ(client().serviceExists("VELKSvc"), row.service);
+        EXPECT_EQ(client().serviceExists("VELK_Sys"), row.driver);
+        EXPECT_EQ(fs::exists(root() / "DriverStore" / "VELK_Sys.inf"), row.storedAfter);
+        EXPECT_EQ(registryText() == before, row.registered || !row.service) << registryText();
+        EXPECT_EQ(registryText().find("Plexwynd Anti-Cheat") != std::string::npos, row.service && !row.registered);
+        EXPECT_NE(log_.count(row.reason), 0u) << row.reason;
+        for (const auto& name : gone) EXPECT_FALSE(fs::exists(installDir() / name)) << name;
+        for (const auto& name : kept) EXPECT_TRUE(fs::exists(installDir() / name)) << name;
+        EXPECT_EQ(fs::exists(installDir() / "backup"), row.backupFolder);
     }
-    client().finalCleanup();
-    for (const Row& row : rows) {
-        for (const auto& name : row.gone) EXPECT_FALSE(fs::exists(row.folder / name)) << name;
-        for (const auto& name : row.kept) EXPECT_TRUE(fs::exists(row.folder / name)) << name;
-        EXPECT_TRUE(log_.contains(row.done)) << row.done;
-    }
-    log_.clear();
-    client().finalCleanup();
-    EXPECT_TRUE(log_.contains("[DEBUG] No leftover staging files found"));
-    EXPECT_TRUE(log_.contains("[DEBUG] No leftover VELK temporary files found"));
-}
-
-TEST_F(CleanupTest, BackupDirectoryIsEmptiedAndRemovedUnlessItHoldsAFolder) {
-    const fs::path backup = installDir() / "backup";
-    test::writeFile(backup / "VELK.dll_20250101_000000.bak", "old");
-    fs::create_directories(backup / "nested");
-    client().cleanupBackupFiles();
-    EXPECT_FALSE(fs::exists(backup / "VELK.dll_20250101_000000.bak"));
-    EXPECT_TRUE(fs::exists(backup / "nested"));
-    EXPECT_EQ(log_.lines().back().rfind("[WARNING] Error during backup cleanup: ", 0), 0u) << log_.lines().back();
-
-    fs::remove(backup / "nested");
-    client().cleanupBackupFiles();
-    EXPECT_FALSE(fs::exists(backup));
-    EXPECT_EQ(log_.lines().back(), "[INFO] Backup directory removed successfully: " + backup.string());
-    client().cleanupBackupFiles();
-    EXPECT_EQ(log_.lines().back(), "[INFO] No backup directory found, nothing to clean up");
 }
 
 }  // namespace

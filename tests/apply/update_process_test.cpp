@@ -1,4 +1,5 @@
 #include "client_fixture.hpp"
+#include "support/manifest_entry.hpp"
 
 namespace velk::updater {
 namespace {
@@ -7,66 +8,60 @@ using nlohmann::json;
 
 class UpdateTest : public ClientTest {};
 
-TEST_F(UpdateTest, UpdaterLibrariesAreFetchedBesideTheirTargets) {
-    json lib = publish("libcurl.dll", "curl bytes");
-    lib["url"] = server_.url("/direct/libcurl.dll");
+// The updater's own executables are never taken; its libraries, which it cannot replace
+// while it runs, are fetched from their entry's URL beside their targets (a digest in either
+// case) once the ordinary files are in and the version recorded. One that fails (a 206
+// answer to a request without a range) is not left half there and fails nothing else.
+TEST_F(UpdateTest, OrdinaryFilesThenTheUpdaterLibrariesAndNeverTheUpdater) {
+    std::vector<json> files = {publish("VELK_Updater.exe", "ui"), publish("Updater.exe", "up"),
+                               publish("VELK.dll", "library"), publish("libcurl.dll", "curl bytes"),
+                               publish("zlib1.dll", "z")};
+    files[3]["url"] = server_.url("/direct/libcurl.dll");
     server_.set("/direct/libcurl.dll", "curl bytes");
-    std::string upper = lib["sha256"];
-    for (auto& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    lib["sha256"] = upper;
-    EXPECT_TRUE(client().processManifest(manifest("1.1.0", "", {lib})));
+    std::string upper = files[3]["sha256"];
+    std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+    files[3]["sha256"] = upper;
+    files[4]["url"] = server_.url("/direct/zlib1.dll");
+    server_.set("/direct/zlib1.dll", "z", 206);
+    EXPECT_TRUE(client().processManifest(manifest("1.1.0", "", files)));
+    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "library");
     EXPECT_EQ(test::readFile(installDir() / "libcurl.dll_temp"), "curl bytes");
-    EXPECT_FALSE(fs::exists(installDir() / "libcurl.dll"));
-    EXPECT_FALSE(log_.contains("[INFO] === Phase 1: Updating VELK components (1 files) ==="));
-    EXPECT_TRUE(log_.contains("[INFO] Executing post-update sequence..."));
+    for (const char* absent : {"libcurl.dll", "zlib1.dll_temp", "zlib1.dll", "Updater.exe", "VELK_Updater.exe"}) {
+        EXPECT_FALSE(fs::exists(installDir() / absent)) << absent;
+    }
+    const auto requests = server_.requests();
+    EXPECT_NE(std::find(requests.begin(), requests.end(), "/direct/zlib1.dll"), requests.end());
+    for (const auto& path : requests) EXPECT_EQ(path.find("Updater"), std::string::npos) << path;
     EXPECT_EQ(getInstalledVersion(), "1.1.0");
 }
 
-TEST_F(UpdateTest, PartialContentAnswerFailsTheUpdaterFileOnly) {
-    json lib = publish("zlib1.dll", "z");
-    lib["url"] = server_.url("/direct/zlib1.dll");
-    server_.set("/direct/zlib1.dll", "z", 206);
-    EXPECT_TRUE(client().processManifest(manifest("1.1.0", "5", {lib})));
-    EXPECT_TRUE(log_.contains("[ERROR] Failed to download zlib1.dll: HTTP 206"));
-    EXPECT_FALSE(fs::exists(installDir() / "zlib1.dll_temp"));
-    EXPECT_TRUE(log_.contains("[INFO] Update completed successfully!"));
-}
-
-TEST_F(UpdateTest, TempFileVerificationReportsWhatIsWrong) {
-    ManifestFile file;
-    file.name = "libsodium.dll";
-    file.size = 4;
-    file.sha256 = sha256Hex("good");
+TEST_F(UpdateTest, TempFileIsAcceptedOnlyWithTheListedSizeAndDigest) {
+    const ManifestFile file = test::entry("libsodium.dll", "good");
     const std::string path = (installDir() / "libsodium.dll_temp").string();
     EXPECT_FALSE(client().verifyTempFile(path, file));
-    EXPECT_EQ(log_.lines().back(), "[ERROR] Temp file does not exist: " + path);
-    test::writeFile(path, "bad!");
-    EXPECT_FALSE(client().verifyTempFile(path, file));
-    EXPECT_EQ(log_.lines().back(), "[ERROR] SHA256 mismatch for temp file: expected " + file.sha256 + ", actual " + sha256Hex("bad!"));
-    test::writeFile(path, "longer");
-    EXPECT_FALSE(client().verifyTempFile(path, file));
-    EXPECT_EQ(log_.lines().back(), "[ERROR] File size mismatch for temp file: expected 4, actual 6");
+    for (const auto& [content, accepted] :
+         std::vector<std::pair<std::string, bool>>{{"bad!", false}, {"longer", false}, {"good", true}}) {
+        test::writeFile(path, content);
+        EXPECT_EQ(client().verifyTempFile(path, file), accepted) << content;
+    }
 }
 
-TEST_F(UpdateTest, ManifestIntakeFromServerAndFile) {
+// A manifest that cannot be had (absent, empty) or read (malformed), from the server or a
+// file, changes nothing.
+TEST_F(UpdateTest, ManifestThatCannotBeHadOrReadChangesNothing) {
+    test::writeFile(installDir() / "VELK.dll", "whatever");
+    const std::string malformed = "{\"manifest\": {\"version\": 2}}";
     server_.set("/update/empty.json", "", 204);
-    EXPECT_FALSE(client().checkForUpdates(server_.url("/update/empty.json")));
-    EXPECT_TRUE(log_.contains("[INFO] Manifest downloaded successfully"));
-    EXPECT_TRUE(log_.contains("[INFO] Manifest size: 0 bytes"));
+    server_.set("/update/bad.json", malformed);
+    test::writeFile(root() / "bad.json", malformed);
+    for (const char* name : {"empty.json", "bad.json", "absent.json"}) {
+        EXPECT_FALSE(client().checkForUpdates(server_.url("/update/") + name)) << name;
+    }
     EXPECT_TRUE(log_.contains("[ERROR] Manifest verification failed: Failed to parse manifest JSON"));
-
-    log_.clear();
-    EXPECT_FALSE(client().checkForUpdates(server_.url("/update/absent.json")));
-    EXPECT_TRUE(log_.contains("[ERROR] Failed to download manifest from " + server_.url("/update/absent.json") + ": "));
-
-    // The preview shows the first 200 bytes at most.
-    server_.set("/update/big.json", std::string(5000, 'x'));
-    client().checkForUpdates(server_.url("/update/big.json"));
-    EXPECT_TRUE(log_.contains("[DEBUG] Manifest content preview: " + std::string(200, 'x') + "..."));
-
-    const std::string missing = (root() / "nope.json").string();
-    EXPECT_FALSE(client().checkForUpdatesFromFile(missing));
-    EXPECT_EQ(log_.lines().back(), "[ERROR] Failed to open manifest file: " + missing);
+    EXPECT_FALSE(client().checkForUpdatesFromFile((root() / "bad.json").string()));
+    EXPECT_FALSE(client().checkForUpdatesFromFile((root() / "nope.json").string()));
+    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "whatever");
+    EXPECT_EQ(getInstalledVersion(), "1.0.0");
 }
 
 }  // namespace

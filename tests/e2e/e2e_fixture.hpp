@@ -3,9 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 #include "support/process_runner.hpp"
 #include "support/test_support.hpp"
@@ -60,6 +64,13 @@ protected:
         ASSERT_EQ(result.exitCode, 0) << result.err;
     }
 
+    // Edits the published manifest as someone in control of the update site would.
+    void editManifest(const std::function<void(nlohmann::json&)>& edit) {
+        nlohmann::json document = nlohmann::json::parse(readFile(site() / "manifest.json"));
+        edit(document);
+        writeFile(site() / "manifest.json", document.dump(2));
+    }
+
     // Starts the server on the endpoint port the updater was built with.
     void startServer(const std::vector<std::string>& extra = {}) {
         std::vector<std::string> args{"--root", site().string(), "--port", std::to_string(VELK_LOOPBACK_PORT), "--log",
@@ -69,6 +80,18 @@ protected:
         ASSERT_NE(server_->readLine().find("listening"), std::string::npos);
     }
     fs::path rules() const { return dir_ / "rules.txt"; }
+    // The server's log: one "GET <path> <status>" line per request answered.
+    std::string requests() const { return readFile(dir_ / "requests.log"); }
+    // Waits (boundedly) for such a line: the server writes it once the answer is sent,
+    // which may be after the updater has moved on.
+    bool requested(const std::string& line) const {
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (requests().find(line) == std::string::npos) {
+            if (std::chrono::steady_clock::now() > giveUp) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return true;
+    }
 
     ProcessResult run(const std::vector<std::string>& args, std::map<std::string, std::string> env = {},
                       const std::string& program = "VELK_Updater") {
@@ -77,27 +100,19 @@ protected:
         return runProcess(builtProgram(program), args, ProcessOptions{env, "", ""});
     }
 
-    std::vector<std::string> logLines() const {
-        std::vector<std::string> lines;
-        std::istringstream text(readFile(logFile()));
-        for (std::string line; std::getline(text, line);) {
+    // The log as "[LEVEL] message" lines, each ending in "\n".
+    std::string logText() const {
+        std::string text;
+        std::istringstream log(readFile(logFile()));
+        for (std::string line; std::getline(log, line);) {
             // "[date time] [LEVEL] [] message" -> "[LEVEL] message"
             const auto level = line.find("] [");
             const auto category = line.find("] [] ");
             if (level != std::string::npos && category != std::string::npos) {
-                lines.push_back(line.substr(level + 2, category - level - 1) + line.substr(category + 4));
+                text += line.substr(level + 2, category - level - 1) + line.substr(category + 4) + "\n";
             }
         }
-        return lines;
-    }
-    bool logged(const std::string& line) const {
-        const auto lines = logLines();
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-    bool loggedStartingWith(const std::string& prefix) const {
-        const auto lines = logLines();
-        return std::any_of(lines.begin(), lines.end(),
-                           [&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
+        return text;
     }
 
     // Whether each line appears in `text`, in this order (other output may come between).

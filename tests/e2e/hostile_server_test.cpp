@@ -1,51 +1,20 @@
 #include <sys/resource.h>
 
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 #include "e2e_fixture.hpp"
-#include "support/digest.hpp"
 
 namespace velk::test {
 namespace {
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 
-// The built updater against a server that lies: bodies without end, zip bombs, huge
-// manifests, entries aimed outside the installation. Manifests are written by hand and
-// unsigned (the plain build checks no signature), as a compromised server would send them.
+// The built updater against a site that lies: bodies without end, zip bombs, huge manifests,
+// entries aimed outside the installation. Each case is a published release, its manifest
+// edited as a compromised site would (the plain build checks no signature).
 class HostileServerTest : public EndToEndTest {
   protected:
     std::string baseUrl() const { return "http://127.0.0.1:" + std::to_string(VELK_LOOPBACK_PORT); }
-
-    static nlohmann::json entry(const std::string& name, const std::string& content,
-                                const std::string& target, const std::string& url) {
-        return {{"name", name},
-                {"url", url},
-                {"size", content.size()},
-                {"sha256", sha256Hex(content)},
-                {"target_path", target},
-                {"action", "replace"},
-                {"backup", false},
-                {"critical", false},
-                {"restart_required", false}};
-    }
-    static nlohmann::json entry(const std::string& name, const std::string& content) {
-        return entry(name, content, name, "files/" + name);
-    }
-
-    void serveManifest(const std::vector<nlohmann::json>& files) {
-        const nlohmann::json manifest = {
-            {"manifest",
-             {{"version", "2.0.0"},
-              {"build_number", "200"},
-              {"release_date", "2026-01-01T00:00:00Z"},
-              {"channel", "stable"},
-              {"files", files}}},
-            {"signature",
-             {{"algorithm", "Ed25519"}, {"public_key", "AAAA"}, {"signature", "AAAA"}}}};
-        writeFile(site() / "manifest.json", manifest.dump(2));
-    }
     void rule(const std::string& path, const std::string& action) {
         std::ofstream(rules(), std::ios::app) << path << ' ' << action << '\n';
     }
@@ -63,19 +32,11 @@ class HostileServerTest : public EndToEndTest {
         return result;
     }
 
-    bool loggedContaining(const std::string& text) const {
-        const auto lines = logLines();
-        return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
-            return line.find(text) != std::string::npos;
-        });
-    }
-
     // The largest regular file below `folder`: what a cut-off body left behind.
     static std::uintmax_t largestFile(const fs::path& folder) {
         std::uintmax_t largest = 0;
         std::error_code error;
-        for (fs::recursive_directory_iterator it(folder, error), end; it != end;
-             it.increment(error)) {
+        for (fs::recursive_directory_iterator it(folder, error), end; it != end; it.increment(error)) {
             if (it->is_regular_file(error)) largest = std::max(largest, it->file_size(error));
         }
         return largest;
@@ -84,13 +45,9 @@ class HostileServerTest : public EndToEndTest {
     // The run ended by itself, with no file in place and no version recorded.
     void expectNothingInstalled(const ProcessResult& result) {
         EXPECT_EQ(result.exitCode, 0) << result.err;
-        EXPECT_NE(result.out.find("Update process failed or no updates available\n"),
-                  std::string::npos);
+        EXPECT_NE(result.out.find("Update process failed or no updates available\n"), std::string::npos);
         EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
-        EXPECT_FALSE(anyVersionRecorded());
-    }
-    bool anyVersionRecorded() const {
-        return registryText().find("\"Version\"=") != std::string::npos;
+        EXPECT_EQ(registryText().find("\"Version\"="), std::string::npos);
     }
 };
 
@@ -100,45 +57,37 @@ class OversizedManifest : public HostileServerTest {};
 
 // Every base answers the archive and the plain file with a body that never ends.
 TEST_F(EndlessData, FileDownloadStopsPastTheEntrysSize) {
-    serveManifest({entry("VELK.dll", "0123456789")});
+    publish("2.0.0", "200", {{"VELK.dll", "0123456789"}});
     for (const char* base : {"/cdn/", "/mirror/", "/origin/"}) rule(base, "endless");
     startServer();
-    const ProcessResult result = runLimited();
-    expectNothingInstalled(result);
-    EXPECT_TRUE(loggedStartingWith("[WARNING] Download attempt failed: " + baseUrl() +
-                                   "/origin/files/VELK.dll => "));
-    EXPECT_LT(largestFile(downloads()), 10 + 64 * 1024 + 512 * 1024)
-        << "the zip allowance plus one receive block";
+    expectNothingInstalled(runLimited());
+    EXPECT_LT(largestFile(downloads()), 10 + 64 * 1024 + 512 * 1024) << "the zip allowance plus one receive block";
     EXPECT_LT(largestFile(installDir()), kMiB);
 }
 
-// The runtime libraries come from the entry's own URL after the ordinary files are in.
+// The runtime libraries come from the entry's own (absolute) URL after the ordinary files.
 TEST_F(EndlessData, SelfUpdateFileStopsPastTheEntrysSize) {
-    writeFile(site() / "files" / "VELK.dll", "library 2.0");
-    serveManifest({entry("VELK.dll", "library 2.0"), entry("libcurl.dll", "curl 2.0", "libcurl.dll",
-                                                           baseUrl() + "/cdn/files/libcurl.dll")});
-    rule("/cdn/files/libcurl.dll", "endless");
+    publish("2.0.0", "200", {{"VELK.dll", "library 2.0"}, {"libcurl.dll", "curl 2.0"}}, {"--url-base", baseUrl()});
+    rule("/files/libcurl.dll", "endless");
     startServer();
     const ProcessResult result = runLimited();
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), "library 2.0") << readFile(logFile());
     EXPECT_TRUE(versionRecorded("2.0.0"));
-    EXPECT_TRUE(logged("[INFO] Downloading self-update file: libcurl.dll"));
+    EXPECT_TRUE(requested("GET /files/libcurl.dll ")) << requests();
     EXPECT_FALSE(fs::exists(installDir() / "libcurl.dll_temp"));
-    EXPECT_FALSE(fs::exists(installDir() / "libcurl.dll_temp.partial"));
     EXPECT_LT(largestFile(installDir()), kMiB);
 }
 
 // A 1 MB archive of 1 GiB of zeros, offered for an entry of 1 MiB: small enough to be
 // downloaded, so only the bounded extraction stands between it and the disk.
 TEST_F(ZipBomb, ExtractionStopsAtTheEntrysSize) {
-    serveManifest({entry("VELK.dll", std::string(kMiB, 'v'))});
+    publish("2.0.0", "200", {{"VELK.dll", std::string(kMiB, 'v')}});
     rule("/cdn/files/VELK.dll.zip", "zipbomb:1073741824");
     for (const char* other : {"/cdn/files/VELK.dll", "/mirror/", "/origin/"}) rule(other, "404");
     startServer();
-    const ProcessResult result = runLimited();
-    expectNothingInstalled(result);
-    EXPECT_TRUE(loggedStartingWith("[ERROR] Failed to update file VELK.dll: "));
+    expectNothingInstalled(runLimited());
+    EXPECT_TRUE(requested("GET /cdn/files/VELK.dll.zip 200")) << requests();
     EXPECT_LT(largestFile(downloads()), 2 * kMiB);
     EXPECT_LT(largestFile(installDir()), kMiB);
 }
@@ -150,27 +99,20 @@ TEST_F(OversizedManifest, IsRefusedWithoutBeingRead) {
     std::ofstream(local).close();
     fs::resize_file(local, 200 * kMiB);
     startServer();
-    struct Row {
-        std::string what;
-        std::string rule;
-        std::vector<std::string> args;
-    };
-    for (const Row& row : std::vector<Row>{{"announced", "bigbody:209715200", {}},
-                                           {"endless", "endless", {}},
-                                           {"local", "404", {"--manifest", local.string()}}}) {
-        SCOPED_TRACE(row.what);
-        writeFile(rules(), "/update/manifest.json " + row.rule + "\n");
-        const ProcessResult result = runLimited(row.args);
-        expectNothingInstalled(result);
-        EXPECT_TRUE(loggedStartingWith("[ERROR] Failed to ")) << result.out;
-        EXPECT_TRUE(loggedContaining("larger than")) << result.out;
+    const std::vector<std::pair<std::string, std::vector<std::string>>> rows{
+        {"bigbody:209715200", {}}, {"endless", {}}, {"404", {"--manifest", local.string()}}};
+    for (const auto& [action, args] : rows) {
+        SCOPED_TRACE(action);
+        writeFile(rules(), "/update/manifest.json " + action + "\n");
+        expectNothingInstalled(runLimited(args));
+        EXPECT_NE(logText().find("larger than"), std::string::npos) << logText();
         fs::remove(logFile());
     }
 }
 
-// Every file below the test's folder, with its content, except what the updater and the
-// server may write: the installation with its backups, logs and downloads, the
-// system root (registry, run lock) and the server's request log.
+// A release of one file whose entry is then aimed at each target: the manifest is refused
+// before any file is fetched, checked or written, and nothing outside the updater's own
+// folders (the installation, the system root, the server's log) changes.
 class Containment : public HostileServerTest {
   protected:
     std::map<std::string, std::string> outsideFiles() const {
@@ -185,41 +127,29 @@ class Containment : public HostileServerTest {
         }
         return files;
     }
-
-    // Runs a manifest of one entry aimed at `target`: it must be refused before any file
-    // is fetched, checked or written, and nothing outside the updater's folders changes.
-    void expectRefused(const std::string& name, const std::string& content,
-                       const std::string& target) {
-        SCOPED_TRACE(target);
-        serveManifest({entry(name, content, target, "files/" + name)});
-        fs::remove(logFile());
-        const auto before = outsideFiles();
-        const ProcessResult result = runLimited();
-        EXPECT_EQ(outsideFiles(), before);
-        EXPECT_TRUE(!fs::exists(downloads()) || fs::is_empty(downloads()));
-        EXPECT_EQ(result.exitCode, 0) << result.err;
-        EXPECT_FALSE(anyVersionRecorded());
-        EXPECT_TRUE(loggedStartingWith(
-            "[ERROR] Manifest verification failed: Invalid manifest structure: Target "))
-            << readFile(logFile());
+    void expectRefused(const std::string& name, const std::string& content, const std::vector<std::string>& targets) {
+        publish("2.0.0", "200", {{name, content}});
+        startServer();
+        for (const std::string& target : targets) {
+            SCOPED_TRACE(target);
+            editManifest([&](nlohmann::json& d) { d["manifest"]["files"][0]["target_path"] = target; });
+            const auto before = outsideFiles();
+            expectNothingInstalled(runLimited());
+            EXPECT_EQ(outsideFiles(), before);
+            EXPECT_EQ(requests().find("/files/"), std::string::npos) << requests();
+            EXPECT_TRUE(!fs::exists(downloads()) || fs::is_empty(downloads()));
+        }
     }
 };
-
 class ArbitraryInstallation : public Containment {};
 class ArbitraryDeletion : public Containment {};
 
 TEST_F(ArbitraryInstallation, TargetsOutsideTheInstallationAreRefused) {
     // Two levels up is the shared temporary folder, outside this test's own folder.
-    const fs::path escaped =
-        dir_.path().parent_path() / (dir_.path().filename().string() + "-escaped.dll");
-    writeFile(site() / "files" / "VELK.dll", "planted");
-    startServer();
-    for (const std::string& target :
-         {"../../" + escaped.filename().string(), (dir_ / "elsewhere" / "VELK.dll").string(),
-          std::string("drivers/../../elsewhere/VELK.dll")}) {
-        expectRefused("VELK.dll", "planted", target);
-        EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
-    }
+    const fs::path escaped = dir_.path().parent_path() / (dir_.path().filename().string() + "-escaped.dll");
+    expectRefused("VELK.dll", "planted",
+                  {"../../" + escaped.filename().string(), (dir_ / "elsewhere" / "VELK.dll").string(),
+                   "drivers/../../elsewhere/VELK.dll"});
     EXPECT_FALSE(fs::exists(escaped));
     fs::remove(escaped);  // outside the test's folder: not removed with it
 }
@@ -229,11 +159,8 @@ TEST_F(ArbitraryInstallation, TargetsOutsideTheInstallationAreRefused) {
 TEST_F(ArbitraryDeletion, WrongFilesOutsideTheInstallationAreLeftAlone) {
     const fs::path victim = dir_ / "victim.dll";
     writeFile(victim, "belongs to someone else");
-    startServer();
-    for (const std::string& target : {std::string("../victim.dll"), victim.string()}) {
-        expectRefused("victim.dll", "a different and longer content", target);
-        EXPECT_EQ(readFile(victim), "belongs to someone else");
-    }
+    expectRefused("victim.dll", "a different and longer content", {"../victim.dll", victim.string()});
+    EXPECT_EQ(readFile(victim), "belongs to someone else");
 }
 
 }  // namespace

@@ -14,12 +14,11 @@ protected:
     static std::string key(const std::string& name) { return (fs::path(VELK_TEST_KEYS_DIR) / name).string(); }
 
     ProcessResult runPinned(const std::vector<std::string>& args) { return run(args, {}, "VELK_Updater_pinned_test"); }
-
-    // Edits the published manifest as an attacker on the site would.
-    void rewriteManifest(const std::function<void(json&)>& edit) {
-        json document = json::parse(readFile(site() / "manifest.json"));
-        edit(document);
-        writeFile(site() / "manifest.json", document.dump(2));
+    // The vendor signs the published manifest again, with a new expiry and any other changes.
+    void resign(std::vector<std::string> extra = {}) {
+        extra.insert(extra.begin(), {"--resign", site().string(), "--sign-ed25519", key("vendor_ed25519.seed")});
+        const ProcessResult resigned = runProcess(builtProgram("velk_publish"), extra);
+        ASSERT_EQ(resigned.exitCode, 0) << resigned.err;
     }
 
     void freshInstallation(const std::string& registryValues = "") {
@@ -39,34 +38,25 @@ TEST_F(KeySubstitution, PinnedUpdaterInstallsOnlyReleasesSignedByThePinnedKeys) 
         std::vector<std::string> signing;  // publisher arguments; none: a key of the attacker's
         std::function<void(json&)> edit;   // the attacker's change to the signed manifest, if any
         bool installed;
-        std::string logLine;
     };
     const std::vector<Case> cases{
-        {"vendor's Ed25519 key", {"--sign-ed25519", key("vendor_ed25519.seed")}, nullptr, true,
-         "[INFO] Signature verified successfully using Ed25519"},
-        {"vendor's RSA key", {"--sign-rsa", key("vendor_rsa.pem")}, nullptr, true,
-         "[INFO] Signature verified successfully using RSA-SHA256"},
-        {"unsigned", {}, [](json& d) { d["signature"]["signature"] = "c2ln"; }, false,
-         "[ERROR] Signature verification failed: Invalid signature size"},
-        {"attacker's Ed25519 key", {}, nullptr, false,
-         "[ERROR] Signature verification failed: Signature verification failed"},
-        {"attacker's RSA key named in the manifest", {"--sign-rsa", key("attacker_rsa.pem")}, nullptr, false,
-         "[ERROR] RSA public key in manifest is not the pinned release key"},
+        {"vendor's Ed25519 key", {"--sign-ed25519", key("vendor_ed25519.seed")}, nullptr, true},
+        {"vendor's RSA key", {"--sign-rsa", key("vendor_rsa.pem")}, nullptr, true},
+        {"unsigned", {}, [](json& d) { d["signature"]["signature"] = "c2ln"; }, false},
+        {"attacker's Ed25519 key", {}, nullptr, false},
+        {"attacker's RSA key named in the manifest", {"--sign-rsa", key("attacker_rsa.pem")}, nullptr, false},
         {"vendor-signed, a file swapped", {"--sign-ed25519", key("vendor_ed25519.seed")},
-         [](json& d) { d["manifest"]["files"][0]["sha256"] = std::string(64, 'e'); }, false,
-         "[ERROR] Signature verification failed: Signature verification failed"},
+         [](json& d) { d["manifest"]["files"][0]["sha256"] = std::string(64, 'e'); }, false},
     };
     startServer();
     for (const Case& c : cases) {
         freshInstallation();
         publish("1.0.0", "100", kRelease1, c.signing);
-        if (c.edit) rewriteManifest(c.edit);
+        if (c.edit) editManifest(c.edit);
         const ProcessResult result = runPinned({});
         EXPECT_EQ(result.exitCode, 0) << c.what << ": " << result.err;
         EXPECT_EQ(fs::exists(installDir() / "VELK.dll"), c.installed) << c.what;
-        EXPECT_TRUE(logged(c.logLine)) << c.what;
-        EXPECT_EQ(logged("[ERROR] Manifest verification failed: Signature verification failed"), !c.installed)
-            << c.what;
+        EXPECT_EQ(versionRecorded("1.0.0"), c.installed) << c.what;
     }
 }
 
@@ -75,12 +65,12 @@ TEST_F(Rollback, PinnedUpdaterRefusesAnOlderSignedReleaseUnlessForced) {
     publish("9.0.0", "4", kRelease1, {"--sign-ed25519", key("vendor_ed25519.seed")});
     startServer();
     ASSERT_EQ(runPinned({}).exitCode, 0);
-    EXPECT_TRUE(logged("[ERROR] Manifest verification failed: Rollback refused"));
     EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
+    EXPECT_TRUE(versionRecorded("10.0.0"));
 
     ASSERT_EQ(runPinned({"--force"}).exitCode, 0);
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), kRelease1.at("VELK.dll"));
-    EXPECT_NE(registryText().find("\"Version\"=\"9.0.0\""), std::string::npos);
+    EXPECT_TRUE(versionRecorded("9.0.0"));
 }
 
 // A mirror replaying a signed manifest after its expiry installs nothing; the vendor re-signs
@@ -90,13 +80,10 @@ TEST_F(FreezeAttack, ExpiredManifestInstallsNothingUntilTheVendorSignsItAgain) {
     publish("1.0.0", "100", kRelease1, {"--sign-ed25519", key("vendor_ed25519.seed"), "--expires-in", "-1"});
     startServer();
     ASSERT_EQ(runPinned({}).exitCode, 0);
-    EXPECT_TRUE(loggedStartingWith("[ERROR] Manifest verification failed: Manifest expired on "));
     EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
     EXPECT_EQ(runPinned({"--check-only"}).exitCode, 1);
 
-    const ProcessResult resigned = runProcess(
-        builtProgram("velk_publish"), {"--resign", site().string(), "--sign-ed25519", key("vendor_ed25519.seed")});
-    ASSERT_EQ(resigned.exitCode, 0) << resigned.err;
+    resign();
     ASSERT_EQ(runPinned({}).exitCode, 0);
     expectInstalled(kRelease1);
 }
@@ -108,7 +95,6 @@ TEST_F(StagedRollout, HaltedReleaseWaitsAndTheCohortIsKept) {
     publish("1.0.0", "100", kRelease1, {"--sign-ed25519", key("vendor_ed25519.seed"), "--rollout", "0"});
     startServer();
     ASSERT_EQ(runPinned({}).exitCode, 0);
-    EXPECT_TRUE(logged("[INFO] Release 1.0.0 is rolled out to 0% of installations; this installation is not included yet"));
     EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
     const auto cohortLine = [this] {
         const std::string text = registryText();
@@ -120,9 +106,7 @@ TEST_F(StagedRollout, HaltedReleaseWaitsAndTheCohortIsKept) {
     EXPECT_EQ(runPinned({"--check-only"}).exitCode, 0);
     EXPECT_EQ(cohortLine(), cohort);
 
-    const ProcessResult raised = runProcess(builtProgram("velk_publish"), {"--resign", site().string(), "--sign-ed25519",
-                                                                          key("vendor_ed25519.seed"), "--rollout", "100"});
-    ASSERT_EQ(raised.exitCode, 0) << raised.err;
+    resign({"--rollout", "100"});
     ASSERT_EQ(runPinned({}).exitCode, 0);
     expectInstalled(kRelease1);
     EXPECT_EQ(cohortLine(), cohort);
@@ -146,16 +130,14 @@ TEST_F(DeltaUpdate, DeltaIsUsedAndItsPatchEntryIsSigned) {
     writeFile(rules(), "/cdn/files/VELK.dll 404\n/mirror/files/VELK.dll 404\n/origin/files/VELK.dll 404\n"
                        "/cdn/files/VELK.dll.zip 404\n/mirror/files/VELK.dll.zip 404\n/origin/files/VELK.dll.zip 404\n");
 
-    rewriteManifest([](json& d) { d["manifest"]["files"][0]["patches"][0]["size"] = 12345; });
+    editManifest([](json& d) { d["manifest"]["files"][0]["patches"][0]["size"] = 12345; });
     EXPECT_EQ(runPinned({}).exitCode, 0);
-    EXPECT_TRUE(logged("[ERROR] Signature verification failed: Signature verification failed"));
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), library + "1.0");
 
     writeFile(site() / "manifest.json", published.dump(2));
     EXPECT_EQ(runPinned({}).exitCode, 0);
     EXPECT_EQ(readFile(installDir() / "VELK.dll"), library + "2.0");
     EXPECT_TRUE(versionRecorded("2.0.0"));
-    EXPECT_TRUE(loggedStartingWith("[INFO] Patched VELK.dll from "));
 }
 
 }  // namespace

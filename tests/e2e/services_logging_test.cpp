@@ -17,8 +17,8 @@ protected:
     }
 };
 
-// The mode's own lines are checked in order, not as one block: the logger's worker writes
-// its console lines to the same output between them.
+// The services flow as a user follows it: the mode's console lines and its log, in order
+// (the logger's worker may write its console lines between the mode's own).
 TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
     driverFiles();
     const ProcessResult result = run({"--install-services"});
@@ -30,10 +30,14 @@ TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
                      "NOTE: Services are installed but not started. They will be managed by the game launcher.\n"}))
         << result.out;
     EXPECT_EQ(result.out.find("Checking VELK installation state"), std::string::npos);
-    EXPECT_TRUE(logged("[INFO] Version comparison will use: 0.0.0 build 0"));
-    EXPECT_TRUE(logged("[INFO] VELKSvc installed successfully as fallback"));
-    EXPECT_TRUE(logged("[INFO] VELK service already installed"));
-    EXPECT_TRUE(logged("[INFO]   VELK Service: INSTALLED"));
+    EXPECT_TRUE(printedInOrder(
+        logText(), {"[WARNING] VELKSvc not found on system - installing as fallback to ensure game functionality\n",
+                    "[INFO] VELKSvc installed successfully as fallback\n", "[INFO] VELK service already installed\n",
+                    "[INFO] Executing: pnputil.exe /add-driver \"" + (installDir() / "VELK_Sys.inf").string() +
+                        "\" /install\n",
+                    "[INFO] VELK driver installed successfully\n", "[INFO]   VELK Service: INSTALLED\n",
+                    "[INFO]   VELK Driver: INSTALLED\n"}))
+        << logText();
     EXPECT_NE(registryText().find("ImagePath\"=hex(2):"), std::string::npos);
 }
 
@@ -46,7 +50,6 @@ TEST_F(ServicesRunTest, WithoutTheDriverItFailsPlainlyAndQuietKeepsOnlyTheModeRe
     EXPECT_NE(piped.err.find("[ERROR]"), std::string::npos) << piped.err;
     EXPECT_EQ(piped.out.find('\x1b'), std::string::npos) << piped.out;
     EXPECT_EQ(piped.err.find('\x1b'), std::string::npos) << piped.err;
-    EXPECT_TRUE(logged("[ERROR] Driver INF file not found: " + (installDir() / "VELK_Sys.inf").string()));
     EXPECT_NE(registryText().find("\\VELKSvc]"), std::string::npos) << "the service goes in first";
 
     const ProcessResult result = run({"--install-services", "--quiet"});
@@ -62,37 +65,26 @@ TEST_F(ServicesRunTest, WithoutTheDriverItFailsPlainlyAndQuietKeepsOnlyTheModeRe
     EXPECT_EQ(quiet.out.find("Service installation status:"), std::string::npos);
 }
 
-TEST_F(ServicesRunTest, RegistryCanSwitchLoggingOffWhileConsoleLinesStay) {
-    productKey("\"InstallPath\"=\"" + installDir().string() + "\"\n",
-               kLoggingKey + "\"EnableUpdaterLogs\"=dword:00000000\n");
+// The registry can switch the log file off while the console keeps the mode's lines; the
+// level and the background switch (no colours) apply to what is logged.
+TEST_F(ServicesRunTest, LoggingSwitches) {
+    productKey(installPathValue(), kLoggingKey + "\"EnableUpdaterLogs\"=dword:00000000\n");
     publish("1.0.0", "1", kRelease1);
     startServer();
-    const ProcessResult result = run({});
-    EXPECT_EQ(result.exitCode, 0);
+    const ProcessResult off = run({});
+    EXPECT_EQ(off.exitCode, 0);
     EXPECT_FALSE(fs::exists(logFile()));
-    EXPECT_NE(result.out.find("Update process completed successfully\n"), std::string::npos);
-    EXPECT_EQ(result.out.find("[INFO]"), std::string::npos);
-}
+    EXPECT_NE(off.out.find("Update process completed successfully\n"), std::string::npos);
+    EXPECT_EQ(off.out.find("[INFO]"), std::string::npos);
 
-TEST_F(ServicesRunTest, LevelAndColourSwitches) {
-    publish("1.0.0", "1", kRelease1);
-    startServer();
+    productKey(installPathValue());
     const ProcessResult warningsOnly = run({"--log-level", "warning"});
     EXPECT_EQ(warningsOnly.out.find("[INFO]"), std::string::npos);
     EXPECT_NE(warningsOnly.err.find("[WARNING]"), std::string::npos);
-    EXPECT_FALSE(loggedStartingWith("[INFO]"));
-
+    EXPECT_EQ(logText().find("[INFO]"), std::string::npos);
     const ProcessResult plain = run({"--background"});
     EXPECT_NE(plain.out.find("[INFO] [] VELK Update Client starting..."), std::string::npos);
     EXPECT_EQ(plain.out.find("\033["), std::string::npos);
-}
-
-TEST_F(ServicesRunTest, BadArgumentsEndBeforeAnythingHappens) {
-    const ProcessResult help = run({"--install-services", "--help"});
-    EXPECT_EQ(help.exitCode, 1);
-    EXPECT_EQ(help.out.rfind("VELK Update Client - Version 1.0.0\n", 0), 0u);
-    EXPECT_FALSE(fs::exists(installDir()));
-    EXPECT_EQ(run({"--bogus"}).exitCode, 1);
 }
 
 // Without root the program asks sudo for itself. A stand-in sudo on PATH refuses, as a
