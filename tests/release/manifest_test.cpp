@@ -49,8 +49,7 @@ std::optional<Manifest> parse(const json& document) { return parseManifest(docum
 
 }  // namespace
 
-// The model written back as JSON under the names the document uses, so that what the reader
-// kept can be compared with what the document said.
+// The model written back as JSON under the document's names, to compare with what it said.
 NLOHMANN_JSON_SERIALIZE_ENUM(FileAction, {{FileAction::Replace, "replace"}, {FileAction::Merge, "merge"},
                                           {FileAction::Delete, "delete"}, {FileAction::Add, "add"}})
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ManifestPatch, from_sha256, url, size, sha256)
@@ -81,8 +80,7 @@ void values(const json& value, const std::string& at, std::vector<std::string>& 
     }
 }
 
-// Each value is kept as the document has it; absent, the model's default stays; of another
-// type, the whole manifest is refused.
+// Each value is kept as given; absent, the default stays; of another type, the manifest is refused.
 TEST(ParseManifest, EveryFieldIsKeptDefaultedWhenAbsentAndRefusedWhenMistyped) {
     const json full = validDocument();
     const auto manifest = parse(full);

@@ -66,8 +66,7 @@ SigningKey signingKey(bool rsa) {
     return {rsa ? "RSA-SHA256" : "Ed25519", base64(publicKey), key};
 }
 
-// `doc` signed by each of `signers` over the product's own signed text, as a publisher with
-// several keys writes it; `named` replaces the key the first record names.
+// `doc` signed by each of `signers` as a publisher writes it; `named` replaces the first record's key.
 json signedBy(const std::vector<SigningKey>& signers, json doc = document(), const SigningKey* named = nullptr) {
     const std::string message = signedManifestText(*parseManifest(doc.dump()));
     doc["signatures"] = json::array();
@@ -92,8 +91,7 @@ struct Build : ManifestVerifierConfig {
     Build& rollbackAllowed() { allowRollback = true; return *this; }
 };
 
-// One manifest handed to one build (rows grouped by the test that checks them), and its verdict:
-// the error ("" when accepted) and part of a line that names the reason.
+// One manifest handed to one build, and its verdict: the error ("" when accepted), part of a line naming why.
 struct Verdict {
     std::string group, what;
     json manifest;
@@ -137,8 +135,7 @@ protected:
             {"freeze", "undated, nothing pinned", undated, Build(), ""},
             {"channel", "beta on stable", beta, Build({ed}), "Manifest is for channel beta, not stable"},
             {"channel", "beta on beta", beta, Build({ed}).on("beta"), ""},
-            // One stolen key is not enough when two must sign; a build pinning the old and the
-            // new key rotates from one to the other.
+            // One stolen key is not enough when two must sign; pinning the old and new key rotates.
             {"threshold", "one of two", byVendor, Build({ed, ed2}).needs(2), failed, "Signed by 1 of the pinned release keys, 2 required"},
             {"threshold", "one key twice", signedBy({vendor_, vendor_}), Build({ed, ed2}).needs(2), failed},
             {"threshold", "two pinned among others", signedBy({attacker_, vendor2_, vendor_}), Build({ed, ed2}).needs(2), ""},
@@ -238,8 +235,8 @@ TEST(SignedText, IsTheFixedListOfLengthPrefixedFields) {
               "name 8 VELK.dll\nsha256 4 d00d\nsize 2 42\nname 17 VELK_Launcher.exe\nsha256 4 beef\nsize 1 7\n");
 }
 
-// The update decision: versions in one numeric order (components as numbers, at least three,
-// unreadable ones 0), then build numbers read as signed 64-bit numbers (unreadable ones 0).
+// The update decision: versions as numbers per component (at least three, unreadable ones 0), then
+// build numbers as signed 64-bit numbers (unreadable ones 0).
 TEST_F(VerifierTest, UpdateDecision) {
     struct Row {
         std::string installed, installedBuild, version, build;
