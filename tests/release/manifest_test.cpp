@@ -111,11 +111,7 @@ TEST(ParseManifest, EveryFieldIsKeptDefaultedWhenAbsentAndRefusedWhenMistyped) {
 // Values the reader takes its own way, and documents of another shape, which give nothing.
 TEST(ParseManifest, ReadingsOfValuesAndShapes) {
     const json patch = validDocument()["manifest"]["files"][1]["patches"][0];
-    const struct {
-        std::string pointer;
-        json value;
-        std::optional<json> reading;  // nothing: not a manifest
-    } rows[] = {
+    const struct { std::string pointer; json value; std::optional<json> reading; /* nothing: not a manifest */ } rows[] = {
         // Numbers are signed 32-bit readings; a negative size is widened with its sign.
         {"/manifest/files/1/size", 1.9, 1},
         {"/manifest/files/1/size", true, 1},
@@ -164,12 +160,7 @@ TEST(ParseManifest, ReadingsOfValuesAndShapes) {
 }
 
 TEST(ValidateManifest, FirstBrokenRuleInOrder) {
-    struct Row {
-        const char* what;
-        std::function<void(Manifest&)> edit;
-        std::string problem;
-    };
-    const Row rows[] = {
+    const struct { const char* what; std::function<void(Manifest&)> edit; std::string problem; } rows[] = {
         {"nothing", [](Manifest& m) { m = Manifest{}; }, "Version is empty"},
         {"no files", [](Manifest& m) { m.files.clear(); }, "No files specified"},
         {"no algorithm", [](Manifest& m) { m.signature = {}; }, "Signature algorithm is empty"},
@@ -190,7 +181,7 @@ TEST(ValidateManifest, FirstBrokenRuleInOrder) {
     };
     const Manifest valid = *parse(validDocument());
     EXPECT_TRUE(isManifestValid(valid));
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         Manifest broken = valid;
         row.edit(broken);
         EXPECT_EQ(validateManifest(broken), row.problem) << row.what;

@@ -238,11 +238,7 @@ TEST(SignedText, IsTheFixedListOfLengthPrefixedFields) {
 // The update decision: versions as numbers per component (at least three, unreadable ones 0), then
 // build numbers as signed 64-bit numbers (unreadable ones 0).
 TEST_F(VerifierTest, UpdateDecision) {
-    struct Row {
-        std::string installed, installedBuild, version, build;
-        bool allowDowngrades, update;
-        std::string order, verdict;
-    };
+    struct Row { std::string installed, installedBuild, version, build; bool allowDowngrades, update; std::string order, verdict; };
     for (const Row& row : std::vector<Row>{
              {"1.2.9", "1", "1.2.10", "1", false, true, "NEWER", "[OK] UPDATE AVAILABLE"},
              {"1.2.3", "1", "1.2.3.4", "1", false, true, "NEWER", "[OK] UPDATE AVAILABLE"},

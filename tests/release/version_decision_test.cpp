@@ -7,11 +7,7 @@ namespace {
 
 // Checked once more right before files change: the same order, the same downgrade policy.
 TEST(VersionDecision, ValidateVersionAppliesTheDowngradePolicyToNumericOrder) {
-    struct Row {
-        const char *installed, *target;
-        bool allowDowngrades, valid;
-        std::string message;
-    };
+    struct Row { const char *installed, *target; bool allowDowngrades, valid; std::string message; };
     const std::string fresh = "No installed version found - assuming fresh install or legacy version";
     for (const Row& row : {
              Row{"10.0.0", "", true, false, "Target version is empty"},
