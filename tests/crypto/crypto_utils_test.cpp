@@ -34,12 +34,7 @@ TEST(Signatures, ChecksComeInTheirOrder) {
     const std::string ed25519Spki = "MCowBQYDK2VwAyEAGb9ECWmEzf6FQbrBZ9w7lshQhqowtrbLDFw4rXAxZuE=";
     const std::string hollowRsaSpki = "MBUwDQYJKoZIhvcNAQEBBQADBAABAgM=";
     using V = std::vector<std::uint8_t>;
-    struct Row {
-        bool initialized;
-        std::function<CryptoResult()> call;
-        std::string error;
-        std::string decoded = "";
-    };
+    struct Row { bool initialized; std::function<CryptoResult()> call; std::string error, decoded = ""; };
     const Row rows[] = {
         {false, [&] { return CryptoUtils::sha256(message); }, "CryptoUtils not initialized"},
         {false, [&] { return CryptoUtils::sha256("text"); }, "CryptoUtils not initialized"},
