@@ -12,12 +12,7 @@
 namespace velk::updater {
 namespace {
 
-class SettingsTest : public test::SystemRootTest {
-protected:
-    void logging(const std::string& values) {
-        test::writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\Logging]\n" + values);
-    }
-};
+using SettingsTest = test::SystemRootTest;
 
 // Level names are case-sensitive: an unknown one keeps INFO. The registry's level applies
 // unless the command line names one; the registry can switch logging off altogether.
@@ -30,15 +25,16 @@ TEST_F(SettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
         {false, false, "", "\"EnableUpdaterLogs\"=dword:00000000", 0, LogLevel::Info},
     };
     for (const auto& row : rows) {
-        logging(row.registry + "\n");
+        test::writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\Logging]\n" + row.registry + "\n");
         UpdaterConfig options;
         options.quiet = row.quiet;
         options.background = row.background;
         options.logLevel = row.level;
         const LoggerConfig config = makeLoggerConfig(options, InstallationLayout("/opt/VELK"));
-        EXPECT_EQ(config.sinks, row.sinks) << row.level << row.registry;
-        EXPECT_EQ(config.minLevel, row.minLevel) << row.level << row.registry;
-        EXPECT_EQ(config.useColors, !row.background || row.sinks == 0) << row.level << row.registry;
+        SCOPED_TRACE(row.level + row.registry);
+        EXPECT_EQ(config.sinks, row.sinks);
+        EXPECT_EQ(config.minLevel, row.minLevel);
+        EXPECT_EQ(config.useColors, !row.background || row.sinks == 0);
         EXPECT_EQ(config.logFilePath, row.sinks == 0 ? "" : "/opt/VELK/logs/updater.log");
         EXPECT_TRUE(config.asyncMode);
         EXPECT_EQ(config.maxFileSize, LoggerConfig().maxFileSize);
