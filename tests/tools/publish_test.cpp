@@ -49,12 +49,8 @@ TEST_F(PublishTest, FlagSetsAndWhatTheyPublish) {
     writeFile(second, std::string(43, 'E') + "=\n");
     writeFile(dir_ / "short.seed", "c2hvcnQ=");
     fs::create_directories(dir_ / "empty");
-    struct Row {
-        std::vector<std::string> flags;
-        int exitCode;
-        std::string says, manifest = "";  // part of what it prints; the manifest it writes
-        json fields = json::object();     // what the manifest says, by JSON pointer
-        int expiresInDays = 30;
+    struct Row {  // part of what it prints; the manifest it writes, and what that says by JSON pointer
+        std::vector<std::string> flags; int exitCode; std::string says, manifest = ""; json fields = json::object(); int expiresInDays = 30;
     };
     const Row rows[] = {
         {{}, 0, "", "manifest.json", {{"/manifest/channel", "stable"}, {"/manifest/rollout_percentage", 100}}},
