@@ -100,7 +100,6 @@ TEST_F(SettingsTest, InstallationComesFromTheOptionsElseTheRegistry) {
     options.installDir = "/opt/VELK";
     const InstallationLayout layout = makeInstallationLayout(options);
     EXPECT_EQ(layout.installDirectory(), "/opt/VELK");
-    EXPECT_EQ(layout.downloadDirectory(), "/opt/VELK/.velk_downloads");
     EXPECT_EQ(makeFileUpdaterConfig(layout).layout.backupDirectory(), "/opt/VELK/backup");
     EXPECT_EQ(makeSelfUpdaterConfig(layout).installDirectory, "/opt/VELK");
 }
