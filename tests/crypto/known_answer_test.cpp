@@ -38,13 +38,12 @@ std::vector<std::map<std::string, std::string>> records(const std::string& text)
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty()) {
-            if (!result.back().empty()) result.emplace_back();
-            continue;
-        }
-        if (line[0] == '#' || line[0] == '[') continue;
         const auto equals = line.find(" =");  // "KEY = value", or "KEY =" for an empty value
-        if (equals != std::string::npos) result.back()[line.substr(0, equals)] = line.substr(std::min(equals + 3, line.size()));
+        if (line.empty() && !result.back().empty()) {
+            result.emplace_back();
+        } else if (!line.empty() && line[0] != '#' && line[0] != '[' && equals != std::string::npos) {
+            result.back()[line.substr(0, equals)] = line.substr(std::min(equals + 3, line.size()));
+        }
     }
     if (result.back().empty()) result.pop_back();
     return result;
