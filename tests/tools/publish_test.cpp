@@ -13,16 +13,6 @@ namespace {
 
 using nlohmann::json;
 
-// Whether the updater accepts the document on its own channel, all these keys pinned and required.
-bool verifies(const json& document, const std::vector<std::string>& keys) {
-    updater::ManifestVerifierConfig config;
-    config.channel = document["manifest"]["channel"];
-    config.publicKeys = keys;
-    config.threshold = static_cast<std::uint32_t>(keys.size());
-    LogCapture log;
-    return updater::ManifestVerifier(config, log.logger()).parseAndVerify(document.dump()).valid;
-}
-
 class PublishTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -81,13 +71,17 @@ TEST_F(PublishTest, FlagSetsAndWhatTheyPublish) {
         for (const auto& [pointer, value] : row.fields.items()) EXPECT_EQ(document[json::json_pointer(pointer)], value) << pointer;
         const auto expiry = updater::parseIsoTime(document["manifest"]["expires"]) - std::chrono::system_clock::now();
         EXPECT_LT(std::chrono::abs(expiry - std::chrono::hours(24 * row.expiresInDays)), std::chrono::hours(1));
-        std::vector<std::string> keys;
+        // The updater accepts it on its own channel with every printed key pinned and required.
+        updater::ManifestVerifierConfig config;
+        config.channel = document["manifest"]["channel"];
         std::string pinned;
         for (const json& signature : document.value("signatures", json::array({document["signature"]}))) {
-            keys.push_back(signature["public_key"]);
-            pinned += (pinned.empty() ? "" : ",") + keys.back();
+            config.publicKeys.push_back(signature["public_key"]);
+            pinned += (pinned.empty() ? "" : ",") + config.publicKeys.back();
         }
-        EXPECT_TRUE(verifies(document, keys));
+        config.threshold = static_cast<std::uint32_t>(config.publicKeys.size());
+        LogCapture log;
+        EXPECT_TRUE(updater::ManifestVerifier(config, log.logger()).parseAndVerify(document.dump()).valid);
         EXPECT_NE(run.out.find("-DVELK_RELEASE_PUBLIC_KEY=" + pinned + "\n"), std::string::npos) << run.out;
     }
 }
