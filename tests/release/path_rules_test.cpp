@@ -12,8 +12,7 @@ struct Row {
     bool allowed;
 };
 
-// Names that would reach outside the folder or a device on some system, next to the
-// ordinary names every release uses.
+// Names reaching outside the folder or a device on some system, next to ordinary release names.
 TEST(ArbitraryInstallation, FileNamesMustBePlain) {
     const Row rows[] = {
         {"VELK.dll", true},        {"VELK_Sys_x64.sys", true}, {"libcurl.dll", true},  {".hidden", true},

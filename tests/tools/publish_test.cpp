@@ -13,17 +13,6 @@ namespace {
 
 using nlohmann::json;
 
-// Whether the updater accepts the document on its own channel with these keys pinned, all of
-// them required.
-bool verifies(const json& document, const std::vector<std::string>& keys) {
-    updater::ManifestVerifierConfig config;
-    config.channel = document["manifest"]["channel"];
-    config.publicKeys = keys;
-    config.threshold = static_cast<std::uint32_t>(keys.size());
-    LogCapture log;
-    return updater::ManifestVerifier(config, log.logger()).parseAndVerify(document.dump()).valid;
-}
-
 class PublishTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -32,7 +21,7 @@ protected:
         writeFile(dir_ / "release" / "drivers" / "VELK_Sys.sys", std::string(70000, 'd'));
     }
     void TearDown() override { updater::CryptoUtils::cleanup(); }
-    // In the temporary folder, where the default signing key file is made.
+    // Run in the temporary folder, where the default signing key file is made.
     ProcessResult publish(std::vector<std::string> extra) {
         std::vector<std::string> args{"--release", (dir_ / "release").string(), "--out", (dir_ / "site").string(),
                                       "--version", "2.1.0", "--build", "1234", "--commit", "abc123"};
@@ -42,23 +31,16 @@ protected:
     TempDir dir_;
 };
 
-// A flag set either fails saying why and writes no manifest, or publishes a manifest that says
-// what the flags ask for, expires when they say and verifies with the keys it names, printed
-// for pinning. (That its entries describe the files and install them, the end-to-end tests show.)
+// A flag set fails saying why and writes no manifest, or publishes one that says what the flags
+// ask, expires when they say and verifies with the keys it prints for pinning.
 TEST_F(PublishTest, FlagSetsAndWhatTheyPublish) {
-    // Two Ed25519 seeds (32 bytes in base64), and one too short.
     const std::string first = (dir_ / "first.seed").string(), second = (dir_ / "second.seed").string();
     writeFile(first, std::string(43, 'A') + "=\n");
     writeFile(second, std::string(43, 'E') + "=\n");
     writeFile(dir_ / "short.seed", "c2hvcnQ=");
     fs::create_directories(dir_ / "empty");
-    struct Row {
-        std::vector<std::string> flags;
-        int exitCode;
-        std::string says;          // part of what it prints
-        std::string manifest = "";  // the manifest it writes, if any
-        json fields = json::object();  // what the manifest must say, by JSON pointer
-        int expiresInDays = 30;
+    struct Row {  // part of what it prints; the manifest it writes, and what that says by JSON pointer
+        std::vector<std::string> flags; int exitCode; std::string says, manifest = ""; json fields = json::object(); int expiresInDays = 30;
     };
     const Row rows[] = {
         {{}, 0, "", "manifest.json", {{"/manifest/channel", "stable"}, {"/manifest/rollout_percentage", 100}}},
@@ -85,18 +67,21 @@ TEST_F(PublishTest, FlagSetsAndWhatTheyPublish) {
             EXPECT_FALSE(fs::exists(dir_ / "site" / "manifest.json"));
             continue;
         }
-
         const json document = json::parse(readFile(dir_ / "site" / row.manifest));
         for (const auto& [pointer, value] : row.fields.items()) EXPECT_EQ(document[json::json_pointer(pointer)], value) << pointer;
         const auto expiry = updater::parseIsoTime(document["manifest"]["expires"]) - std::chrono::system_clock::now();
         EXPECT_LT(std::chrono::abs(expiry - std::chrono::hours(24 * row.expiresInDays)), std::chrono::hours(1));
-        std::vector<std::string> keys;
+        // The updater accepts it on its own channel with every printed key pinned and required.
+        updater::ManifestVerifierConfig config;
+        config.channel = document["manifest"]["channel"];
         std::string pinned;
         for (const json& signature : document.value("signatures", json::array({document["signature"]}))) {
-            keys.push_back(signature["public_key"]);
-            pinned += (pinned.empty() ? "" : ",") + keys.back();
+            config.publicKeys.push_back(signature["public_key"]);
+            pinned += (pinned.empty() ? "" : ",") + config.publicKeys.back();
         }
-        EXPECT_TRUE(verifies(document, keys));
+        config.threshold = static_cast<std::uint32_t>(config.publicKeys.size());
+        LogCapture log;
+        EXPECT_TRUE(updater::ManifestVerifier(config, log.logger()).parseAndVerify(document.dump()).valid);
         EXPECT_NE(run.out.find("-DVELK_RELEASE_PUBLIC_KEY=" + pinned + "\n"), std::string::npos) << run.out;
     }
 }

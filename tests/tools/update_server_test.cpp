@@ -7,10 +7,8 @@
 namespace velk::test {
 namespace {
 
-// Every prefix serves the site's root and nothing above it; a rule on the command line answers
-// for one path, or with a trailing "/" for every path below it, in the file's place. The rules
-// file, its "short" and "stall" answers and the request log serve the end-to-end tests, which
-// show them at work.
+// Every prefix serves the site's root and nothing above it; a command-line rule answers for one
+// path, or with a trailing "/" for every path below it. (Its other answers work in the e2e tests.)
 TEST(UpdateServerTest, PrefixesServeTheRootAndCommandLineRulesAnswerInstead) {
     TempDir dir;
     writeFile(dir / "site" / "manifest.json", "{}");
