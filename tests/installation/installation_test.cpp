@@ -2,17 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <ctime>
 #include <iomanip>
 #include <sstream>
 
+#include "installation/logging_settings.hpp"
 #include "installation/version_record.hpp"
-#include "support/test_support.hpp"
+#include "support/log_capture.hpp"
 
 namespace velk::updater {
 namespace {
 
-using test::fs::exists;
+namespace fs = std::filesystem;
 using test::kProductKeyHeader;
 using test::readFile;
 using test::writeFile;
@@ -22,8 +24,8 @@ constexpr const char* kServicesKey = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentContro
 
 class InstallationTest : public test::SystemRootTest {
 protected:
-    InstallationTest() { test::fs::create_directories(installDir()); }
-    test::fs::path installDir() const { return root() / "install"; }
+    InstallationTest() { fs::create_directories(installDir()); }
+    fs::path installDir() const { return root() / "install"; }
     void product(const std::string& values) { writeRegistry(root(), kProductKeyHeader + values + "\n"); }
     std::string registryText() const { return readFile(root() / "registry.reg"); }
 };
@@ -33,12 +35,10 @@ protected:
 TEST(InstallationLayout, EveryPathOfTheInstallationIsFormedFromItsFolder) {
     const InstallationLayout layout("/opt/VELK");
     EXPECT_EQ(layout.backupDirectory(), "/opt/VELK/backup");
-    EXPECT_EQ(layout.logFile(), "/opt/VELK/logs/updater.log");
     EXPECT_EQ(layout.writeTestFile(), "/opt/VELK/velk_updater_write_test.tmp");
     EXPECT_EQ(layout.productFile("VELK_Sys.inf"), "/opt/VELK/VELK_Sys.inf");
     EXPECT_EQ(layout.targetFile("drivers/VELK_Sys.sys"), "/opt/VELK/drivers/VELK_Sys.sys");
     EXPECT_EQ(InstallationLayout::stagingFile(layout.targetFile("VELK.dll")), "/opt/VELK/VELK.dll.staging");
-    EXPECT_EQ(layout.downloadFile("VELK.dll"), "/opt/VELK/.velk_downloads/VELK.dll.tmp");
     EXPECT_EQ(InstallationLayout::archiveFile(layout.downloadFile("VELK.dll")), "/opt/VELK/.velk_downloads/VELK.dll.tmp.zip");
     EXPECT_EQ(layout.selfUpdateFile("libcurl.dll"), "/opt/VELK/libcurl.dll_temp");
     EXPECT_EQ(InstallationLayout::partialFile(layout.selfUpdateFile("zlib1.dll")), "/opt/VELK/zlib1.dll_temp.partial");
@@ -70,7 +70,7 @@ TEST_F(InstallationTest, RegisteredFolderElseTheDefaultUnderProgramFiles) {
 // Problems with the folder come first, then the missing files in order; the write test runs
 // only once every required file is there, and leaves nothing behind.
 TEST_F(InstallationTest, ProblemsAreReportedInOrderBeforeTheWriteTest) {
-    const auto validate = [](const test::fs::path& dir) { return validateInstallation(InstallationLayout(dir.string())); };
+    const auto validate = [](const fs::path& dir) { return validateInstallation(InstallationLayout(dir.string())); };
     EXPECT_EQ(validate("").message, "Installation directory is empty");
     EXPECT_EQ(validate(root() / "absent").message, "Installation directory does not exist: " + (root() / "absent").string());
     writeFile(root() / "plain", "x");
@@ -84,7 +84,7 @@ TEST_F(InstallationTest, ProblemsAreReportedInOrderBeforeTheWriteTest) {
     const ValidationResult complete = validate(installDir());
     EXPECT_TRUE(complete.valid);
     EXPECT_EQ(complete.message, "VELK installation validated successfully");
-    EXPECT_FALSE(exists(installDir() / "velk_updater_write_test.tmp"));
+    EXPECT_FALSE(fs::exists(installDir() / "velk_updater_write_test.tmp"));
     {
         test::ScopedImmutable locked(installDir());
         if (!locked.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
@@ -113,8 +113,7 @@ TEST_F(InstallationTest, ServicesCheckNamesWhatIsMissing) {
     }
 }
 
-// Both are read as text without trailing NULs; "VELKInstalled" stands in for a "Version"
-// that cannot be read as text.
+// Read as text without trailing NULs; "VELKInstalled" stands in for a "Version" that is no text.
 TEST_F(InstallationTest, VersionAndBuildAreReadAsTextWithTheSecondCopyAsFallback) {
     const struct { std::string values, version, build; } rows[] = {
         {"", "", ""},
@@ -132,11 +131,11 @@ TEST_F(InstallationTest, VersionAndBuildAreReadAsTextWithTheSecondCopyAsFallback
     }
 }
 
-// Without the product key, or with a registry that cannot be parsed, nothing is written;
-// otherwise both version copies are set and an omitted build is left alone.
+// Without the product key nothing is written; otherwise both version copies are set and an omitted
+// build is left alone. A registry that cannot be parsed is told apart from an absent one.
 TEST_F(InstallationTest, VersionIsWrittenOnlyUnderTheProductKey) {
     EXPECT_FALSE(setInstalledVersion("1.1.0", "7"));
-    EXPECT_FALSE(exists(root() / "registry.reg"));
+    EXPECT_FALSE(fs::exists(root() / "registry.reg"));
     writeRegistry(root(), "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark]\n");
     const std::string before = registryText();
     EXPECT_FALSE(setInstalledVersion("1.1.0", "7"));
@@ -150,16 +149,105 @@ TEST_F(InstallationTest, VersionIsWrittenOnlyUnderTheProductKey) {
     EXPECT_TRUE(setInstalledVersion("", "101"));
     EXPECT_EQ(getInstalledVersion() + " build " + getInstalledBuildNumber(), "1.1.0 build 101");
 
-    const std::string corrupt = "Windows Registry Editor Version 5.00\n" + std::string(kProductKeyHeader) + "\"Version\"=\"1.0.0\n";
-    writeFile(root() / "registry.reg", corrupt);
+    writeFile(root() / "registry.reg", "Windows Registry Editor Version 5.00\n" + std::string(kProductKeyHeader) + "\"Version\"=\"1.0.0\n");
     EXPECT_EQ(getInstalledVersion(), "");
-    EXPECT_FALSE(setInstalledVersion("2.0.0", "2"));
-    EXPECT_EQ(registryText(), corrupt);
     const auto error = productRecordError();
     ASSERT_TRUE(error);
     EXPECT_NE(error->find("registry.reg cannot be read or parsed (error 1009)"), std::string::npos) << *error;
     std::filesystem::remove(root() / "registry.reg");
     EXPECT_FALSE(productRecordError());
+}
+
+constexpr const char* kLoggingHeader = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\Logging]\n";
+
+class LoggingSettingsTest : public test::SystemRootTest {
+protected:
+    void logging(const std::string& values) { writeRegistry(root(), kLoggingHeader + values); }
+};
+
+// A switch is read only as its own type: a value of another type, or none, leaves the
+// switch's default (an empty text or a zero byte taken for a number would turn logging off).
+TEST_F(LoggingSettingsTest, SwitchesFallBackToTheirDefaultsUnlessTypedRight) {
+    const struct { std::string value; bool enabled; std::uint32_t retention; std::string level; } rows[] = {
+        {"", true, 30, "info"},
+        {"\"EnableUpdaterLogs\"=dword:00000000", false, 30, "info"},
+        {"\"EnableUpdaterLogs\"=\"\"", true, 30, "info"},
+        {"\"EnableUpdaterLogs\"=hex:00", true, 30, "info"},
+        {"\"LogRetentionDays\"=dword:00000007", true, 7, "info"},
+        {"\"LogRetentionDays\"=\"7\"", true, 30, "info"},
+        {"\"LogLevel\"=\"warning\"", true, 30, "warning"},
+        {"\"LogLevel\"=dword:00000001", true, 30, "info"},
+        {"\"LogLevel\"=hex(2):65,00,72,00,72,00,6f,00,72,00,00,00", true, 30, "info"},  // "error", expandable
+        {"\"LogLevel\"=hex(1):", true, 30, "info"},
+    };
+    for (const auto& row : rows) {
+        logging(row.value + "\n");
+        EXPECT_EQ(isUpdaterLoggingEnabled(), row.enabled) << row.value;
+        EXPECT_EQ(readLoggingDword("LogRetentionDays", 30), row.retention) << row.value;
+        EXPECT_EQ(readLoggingString("LogLevel", "info"), row.level) << row.value;
+    }
+}
+
+// A log directory with files of given ages, and a logger that records what the clean-up says.
+class LogCleanupTest : public LoggingSettingsTest {
+protected:
+    LogCleanupTest() { fs::create_directories(logDir()); }
+    fs::path logDir() const { return root() / "logs"; }
+    void addFile(const std::string& name, std::chrono::hours age) {
+        writeFile(logDir() / name, "old line\n");
+        fs::last_write_time(logDir() / name, fs::file_time_type::clock::now() - age - std::chrono::seconds(5));
+    }
+    std::vector<std::string> lines() const { return log_.lines(); }
+    std::vector<std::string> remaining() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(logDir())) names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    void cleanup(const fs::path& dir) { cleanupOldLogs(dir.string(), log_.logger()); }
+    static constexpr std::chrono::hours kDay{24};
+
+    test::LogCapture log_;
+};
+
+// Only when asked for: ".log" files past the retention at the top level go; a missing folder is no error.
+TEST_F(LogCleanupTest, WhenAskedRemovesOnlyOldDotLogFilesAtTopLevel) {
+    addFile("old.log", 31 * kDay);
+    addFile("recent.log", 29 * kDay);
+    addFile("updater.log.1", 100 * kDay);
+    addFile("SHOUT.LOG", 100 * kDay);
+    addFile("sub/deep.log", 100 * kDay);
+    const std::vector<std::string> all{"SHOUT.LOG", "old.log", "recent.log", "sub", "updater.log.1"};
+    cleanup(logDir());
+    EXPECT_EQ(remaining(), all);
+    logging("\"CleanupOnStartup\"=\"1\"\n");
+    cleanup(logDir());
+    EXPECT_EQ(remaining(), all);
+    EXPECT_TRUE(lines().empty());
+
+    logging("\"CleanupOnStartup\"=dword:00000001\n");
+    cleanup(root() / "nowhere");
+    EXPECT_TRUE(lines().empty());
+    cleanup(logDir());
+    EXPECT_EQ(remaining(), (std::vector<std::string>{"SHOUT.LOG", "recent.log", "sub", "updater.log.1"}));
+    EXPECT_TRUE(fs::exists(logDir() / "sub" / "deep.log"));
+    EXPECT_EQ(lines(), (std::vector<std::string>{"[INFO] Cleaned up old log file: old.log",
+                                                 "[INFO] Log cleanup completed: removed 1 old log files"}));
+}
+
+TEST_F(LogCleanupTest, ZeroRetentionRemovesEverythingAndOneStuckFileWarnsOnce) {
+    logging("\"CleanupOnStartup\"=dword:00000001\n\"LogRetentionDays\"=dword:00000000\n");
+    addFile("a.log", std::chrono::hours(0));
+    addFile("b.log", std::chrono::hours(0));
+    addFile("stuck.log", std::chrono::hours(0));
+    test::ScopedImmutable stuck(logDir() / "stuck.log");
+    if (!stuck.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
+
+    cleanup(logDir());
+    EXPECT_EQ(remaining(), (std::vector<std::string>{"stuck.log"}));
+    EXPECT_EQ(log_.count("[WARNING] Failed to remove log file " + (logDir() / "stuck.log").string() + ": "), 1u);
+    EXPECT_EQ(lines().back(), "[INFO] Log cleanup completed: removed 2 old log files");
+    EXPECT_EQ(lines().size(), 4u);
 }
 
 }  // namespace
