@@ -60,7 +60,6 @@ protected:
         server_.set("/empty", "", 204);
         server_.set("/chunked", "abc", 200, Kind::Chunked);
     }
-    // A download by the client below; what it printed is kept in printed_.
     HttpResponse download(const std::string& url, MemorySink& sink, const DownloadProgress& progress = {}) {
         testing::internal::CaptureStdout();
         HttpResponse response = client_.download(url, sink, {}, {}, progress);
@@ -75,8 +74,7 @@ protected:
                                   .proxyUrl = "", .proxyUsername = "", .proxyPassword = "", .verboseOutput = true}};
 };
 
-// An error status is a transport success whose body the receiver gets, after hearing of the
-// answer once; libcurl's failures carry its text and print no debug lines.
+// An error status is a transport success whose body the receiver gets; libcurl's failures print no debug lines.
 TEST_F(HttpClientTest, EachAnswerInMemoryAndStreamed) {
     server_.set("/short", std::string(900, 's'), 200, Kind::Short);  // fewer bytes than announced
     server_.setRedirect("/hop1", "/file");
@@ -167,8 +165,7 @@ TEST_F(HttpClientTest, DownloadsThatEndEarly) {
     EXPECT_FALSE(stopped.transient);
 }
 
-// Manifest URLs choose the scheme; anything but http and https is refused before a
-// connection is made, also when a redirect leads there.
+// Anything but http and https is refused before a connection is made, also behind a redirect.
 TEST(SsrfByScheme, OtherSchemesAreRefusedBeforeAnyConnection) {
     test::HttpTestServer server;  // outlives the client, which holds its connection open
     HttpConfig config;
