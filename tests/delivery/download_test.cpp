@@ -4,12 +4,11 @@
 
 #include <memory>
 
+#include "delivery/url_candidates.hpp"
 #include "download_fixture.hpp"
 
 namespace velk::updater {
 namespace {
-
-namespace fs = std::filesystem;
 
 using test::entry;
 using test::sha256Hex;
@@ -38,8 +37,7 @@ std::string makeZip(const std::vector<ZipEntry>& entries, bool stored = false) {
     return std::string(buffer.data(), used);
 }
 
-// The archive, then the plain file, at every base in turn until one answers: a 404 or a 410
-// moves on at once. A download that finds nothing lists every URL it tried.
+// Archive then plain file at every base until one answers (404 and 410 move on); a failure lists every URL tried.
 TEST_F(DownloadTest, CandidatesInTurnUntilOneAnswersElseEveryAttemptedUrlIsListed) {
     const std::vector<std::string> all{"/cdn/files/VELK.dll.zip", "/cdn/files/VELK.dll", "/mirror/files/VELK.dll.zip",
                                        "/mirror/files/VELK.dll", "/origin/files/VELK.dll.zip", "/origin/files/VELK.dll"};
@@ -152,8 +150,7 @@ TEST_F(DownloadTest, WithoutBaseUrlsTheEntryUrlIsFetchedDirectly) {
     EXPECT_EQ(missing.errorMessage, "Direct download failed: ");
 }
 
-// The digest taken while writing leaves out cut-off attempts, and stands for the file only
-// while its size and modification time are unchanged.
+// The digest taken while writing skips cut-off attempts and holds only while size and mtime are unchanged.
 TEST_F(DownloadTest, DigestTakenDuringDownloadStandsForTheFileOnlyWhileItIsUnchanged) {
     const std::string content(100 * 1024, 'v');
     server_.setEndless("/cdn/files/VELK.dll.zip");
@@ -168,6 +165,54 @@ TEST_F(DownloadTest, DigestTakenDuringDownloadStandsForTheFileOnlyWhileItIsUncha
         fs::last_write_time(result.path, written - std::chrono::hours(1));
         EXPECT_EQ(downloader().keptDigestOf(result.path), "") << replacement.size();
     }
+}
+
+// The candidates, each followed by "|", an archive marked " [zip]".
+std::string candidates(const std::vector<std::string>& bases, bool archiveFirst, const std::string& url,
+                       const std::string& name) {
+    UrlCandidateGenerator generator(bases, archiveFirst);
+    generator.reset(url, name);
+    std::string urls;
+    std::string next;
+    bool archive = false;
+    std::size_t count = 0;
+    for (; generator.next(next, archive); ++count) urls += next + (archive ? " [zip]|" : "|");
+    EXPECT_EQ(generator.attemptedUrls().size(), count);
+    return urls;
+}
+
+TEST(UrlText, SplitAndJoin) {
+    EXPECT_EQ(splitUrl("https://h:1/a/b.dll"), std::make_pair(std::string("https://h:1"), std::string("/a/b.dll")));
+    EXPECT_EQ(splitUrl("https://h:1"), std::make_pair(std::string("https://h:1"), std::string("/")));
+    EXPECT_EQ(splitUrl("files/a.dll"), std::make_pair(std::string(""), std::string("files/a.dll")));
+    EXPECT_EQ(directoryPart("a/b/c.dll"), "a/b/");
+    EXPECT_EQ(directoryPart("c.dll"), "");
+    EXPECT_EQ(fileNamePart("a/b/c.dll"), "c.dll");
+    EXPECT_EQ(fileNamePart("a/b/"), "");
+    EXPECT_EQ(trimSlashes("//a/b//"), "a/b");
+    EXPECT_EQ(trimSlashes("///"), "");
+    EXPECT_EQ(joinUrlPath("http://b/", "/x"), "http://b/x");
+    EXPECT_EQ(joinUrlPath("http://b", "x"), "http://b/x");
+    EXPECT_EQ(joinUrlPath("http://b/", "x"), "http://b/x");
+    EXPECT_EQ(joinUrlPath("", "x"), "x");
+    EXPECT_EQ(joinUrlPath("a", ""), "a");
+}
+
+// An absolute URL keeps only its path, a relative one its folder with the entry's name.
+TEST(UrlCandidates, EveryBaseInTurnWithTheEntrysPath) {
+    const struct { std::vector<std::string> bases; bool archiveFirst; std::string url, name, expected; } rows[] = {
+        {{"http://cdn/", "http://mirror"}, true, "files/VELK.dll", "VELK.dll",
+         "http://cdn/files/VELK.dll.zip [zip]|http://cdn/files/VELK.dll|http://mirror/files/VELK.dll.zip [zip]|http://mirror/files/VELK.dll|"},
+        {{"http://cdn"}, false, "files/VELK.dll", "VELK.dll", "http://cdn/files/VELK.dll|http://cdn/files/VELK.dll.zip [zip]|"},
+        {{"http://cdn/base/"}, true, "https://elsewhere:8443/x/y/VELK.dll", "ignored.dll",
+         "http://cdn/base/x/y/VELK.dll.zip [zip]|http://cdn/base/x/y/VELK.dll|"},
+        {{"http://cdn"}, true, "https://elsewhere", "VELK.dll", ""},
+        {{"http://cdn"}, true, "https://elsewhere/dir/", "VELK.dll", ""},
+        {{"http://cdn/"}, false, "/dir/VELK.dll", "", "http://cdn/dir/VELK.dll|http://cdn/dir/VELK.dll.zip [zip]|"},
+        {{"http://cdn"}, false, "dir/old-name.dll", "VELK.dll", "http://cdn/dir/VELK.dll|http://cdn/dir/VELK.dll.zip [zip]|"},
+        {{}, true, "files/VELK.dll", "VELK.dll", ""},
+    };
+    for (const auto& row : rows) EXPECT_EQ(candidates(row.bases, row.archiveFirst, row.url, row.name), row.expected) << row.url;
 }
 
 }  // namespace

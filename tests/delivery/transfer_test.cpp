@@ -92,8 +92,7 @@ TEST_F(TransferTest, UnreachableSourceIsSkippedForTheRestOfTheRun) {
     EXPECT_TRUE(log_.contains("[WARNING] Skipping unreachable source: " + deadBase + "/files/VELK.exe"));
 }
 
-// The connection drops halfway: the next attempt asks for the rest and gets only the rest; a
-// run that fails with the partial kept leaves it for the next run.
+// Cut halfway, the next attempt asks for and gets only the rest; a failed run leaves the partial to the next.
 TEST_F(TransferTest, ConnectionCutMidFile) {
     const std::string content = bytes(1 << 20);
     const ManifestFile file = entry("VELK.dll", content);
@@ -121,8 +120,7 @@ TEST_F(TransferTest, ConnectionCutMidFile) {
     EXPECT_EQ(server_.ranges().back(), "bytes=" + std::to_string(content.size() / 4) + "-");
 }
 
-// The server's copy changed since the partial: If-Range fails, the whole file comes back with
-// 200 and the download starts over. A partial of another manifest entry is not continued.
+// The copy changed since the partial: If-Range fails and it starts over; another entry's partial is never continued.
 TEST_F(TransferTest, ResumeAgainstChangedFile) {
     const std::string content = bytes(200000);
     config_.policy.maxRetries = 0;
