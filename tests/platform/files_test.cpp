@@ -1,5 +1,3 @@
-// The platform's file work: the fast copy, the private download folder and its files, and
-// the lock that lets one run at a time work on an installation.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -52,8 +50,7 @@ TEST(FastCopyFailure, MissingSourceOrExistingTargetFailsAndLeavesTheTargetAsItWa
     EXPECT_EQ(test::readFile(dir / "target"), "old");
 }
 
-// The kernel's copy is left for the buffer only where the kernel refuses the pair itself;
-// any other failure is the copy's.
+// The buffer is taken only where the kernel refuses the pair itself; any other failure is the copy's.
 TEST(FastCopyFailure, BufferIsTakenOnlyForTheKernelsRefusals) {
     for (const int error : {EXDEV, ENOSYS, EINVAL, EOPNOTSUPP}) EXPECT_TRUE(copyIsUnsupported(error)) << std::strerror(error);
     for (const int error : {0, ENOSPC, EIO, EBADF, EFBIG, EPERM, EACCES, EINTR}) {
@@ -151,8 +148,7 @@ TEST_F(ConcurrentRuns, SecondLockOfOneInstallationIsBusyUntilTheFirstIsReleased)
     EXPECT_EQ(InstanceLock(install.string()).status(), LockStatus::Acquired);
 }
 
-// The elevated copy of a run is a child process; its lock dies with it, also when the process
-// ends without releasing it. (A live holder in another process: the end-to-end guard test.)
+// A child's lock (the elevated run) dies with it, also unreleased; a live holder: the end-to-end guard test.
 TEST_F(ConcurrentRuns, LockOfAProcessThatDiedIsFreeAgain) {
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "platform/posix/registry_file.hpp"
 #include "platform/services.hpp"
 #include "support/test_support.hpp"
@@ -105,8 +103,7 @@ TEST(RegistryExport, MalformedFilesAreRejected) {
 }
 
 TEST_F(RegistryTest, TypedStringReadsBehaveLikeTheWindowsCall) {
-    writeRegistry(root(), std::string(test::kProductKeyHeader) +
-                              "\"Version\"=\"1.2.3\"\n\"Number\"=dword:00000001\n");
+    writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"Version\"=\"1.2.3\"\n\"Number\"=dword:00000001\n");
     char small[3];
     std::uint32_t size = sizeof small;
     EXPECT_EQ(getStringValue(kKey, "Version", small, &size), kErrorMoreData);
@@ -123,8 +120,7 @@ TEST_F(RegistryTest, TypedStringReadsBehaveLikeTheWindowsCall) {
 }
 
 TEST_F(RegistryTest, WritesNeedAnExistingKeyAndTheRightAccessAndKeepTheRest) {
-    writeRegistry(root(), std::string(test::kProductKeyHeader) +
-                              "\"Keep\"=hex(a):01,02\n\"Version\"=\"1.0\"\n");
+    writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"Keep\"=hex(a):01,02\n\"Version\"=\"1.0\"\n");
     RegistryKey missing;
     EXPECT_EQ(missing.open("SOFTWARE\\Quenmark\\Absent", RegistryAccess::SetValue), kErrorFileNotFound);
 
