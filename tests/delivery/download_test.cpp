@@ -181,10 +181,12 @@ std::string candidates(const std::vector<std::string>& bases, bool archiveFirst,
     return urls;
 }
 
-// The cases the candidates below do not reach.
+// What the candidates below cannot tell apart, or do not reach.
 TEST(UrlText, SplitAndJoin) {
+    EXPECT_EQ(splitUrl("https://h:1/a/b.dll"), std::make_pair(std::string("https://h:1"), std::string("/a/b.dll")));
     EXPECT_EQ(splitUrl("https://h:1"), std::make_pair(std::string("https://h:1"), std::string("/")));
     EXPECT_EQ(splitUrl("files/a.dll"), std::make_pair(std::string(""), std::string("files/a.dll")));
+    EXPECT_EQ(directoryPart("a/b/c.dll"), "a/b/");
     EXPECT_EQ(directoryPart("c.dll"), "");
     EXPECT_EQ(trimSlashes("//a/b//"), "a/b");
     EXPECT_EQ(trimSlashes("///"), "");
