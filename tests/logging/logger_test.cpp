@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "logging/sinks.hpp"
+#include "platform/clean_text.hpp"
 #include "support/test_support.hpp"
 
 namespace velk::updater {
@@ -155,6 +156,7 @@ TEST_F(LogForging, TerminalSequencesNeverReachTheConsole) {
     Logger logger(config);
     ASSERT_TRUE(logger.initialize());
     for (const auto& row : rows) {
+        EXPECT_EQ(platform::escapeControlCharacters(row.input), row.shown);  // also where the logger skips it
         testing::internal::CaptureStdout();
         logger.info(row.input);
         EXPECT_EQ(testing::internal::GetCapturedStdout(), row.shown + "\n");
