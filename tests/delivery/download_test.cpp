@@ -124,6 +124,7 @@ TEST_F(DownloadTest, SizeIsCheckedAgainstTheManifest) {
     const Delivery result = downloader().download(file);
     EXPECT_FALSE(result.success);
     EXPECT_EQ(result.errorMessage, "File size mismatch");
+    EXPECT_TRUE(log_.contains("[ERROR] File size mismatch after download: expected 4, got 3"));
     file.size = 0;
     EXPECT_TRUE(downloader().download(file).success);
 }

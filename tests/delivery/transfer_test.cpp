@@ -114,6 +114,7 @@ TEST_F(TransferTest, ConnectionCutMidFile) {
     ASSERT_TRUE(resumed.success) << resumed.errorMessage;
     EXPECT_EQ(test::readFile(resumed.path), content);
     EXPECT_EQ(server_.ranges().back(), "bytes=" + std::to_string(content.size() / 4) + "-");
+    EXPECT_TRUE(log_.contains("[INFO] Resuming download of VELK.dll at byte " + std::to_string(content.size() / 4)));
 }
 
 // The copy changed since the partial: If-Range fails and it starts over; another entry's partial is never continued.
