@@ -4,9 +4,6 @@
 
 #include <unistd.h>
 
-#include <string>
-#include <vector>
-
 #include "support/test_support.hpp"
 
 namespace velk::updater::platform {
@@ -32,13 +29,8 @@ TEST(ArgumentText, QuotesOnlyArgumentsWithBlanks) {
 // blanks outside quotes, and no empty word is passed on. Root asks for nothing.
 TEST(Elevation, SudoIsAskedFirstThenGetsTheWordsOfTheArgumentText) {
     const std::string program = "/opt/VELK/VELK_Updater";
-    const struct {
-        const char* prompt;  // the stand-in's exit code for "-v"; none: no sudo at all
-        std::string arguments;
-        std::string asked;
-        std::uint32_t errorCode;
-        std::uint32_t exitCode;
-    } rows[] = {
+    // prompt: the stand-in's exit code for "-v"; none: no sudo at all.
+    const struct { const char* prompt; std::string arguments, asked; std::uint32_t errorCode, exitCode; } rows[] = {
         {"1", "--quiet", "-v\n", 1223, 0},
         {"0", "  --install-dir  \"/opt/My VELK\"   -q ", "-v\n-n\n--\n" + program + "\n--install-dir\n/opt/My VELK\n-q\n", 0, 7},
         {"0", "", "-v\n-n\n--\n" + program + "\n", 0, 7},
@@ -61,12 +53,9 @@ TEST(Elevation, SudoIsAskedFirstThenGetsTheWordsOfTheArgumentText) {
     }
 }
 
-TEST(SystemError, KnownAndUnknownCodes) {
+TEST(SystemText, ErrorCodesAndWideText) {
     EXPECT_EQ(formatSystemError(2), "No such file or directory");
     EXPECT_EQ(formatSystemError(987654), "Unknown error (code: 987654)");
-}
-
-TEST(Utf8ToWide, DecodesMultibyteText) {
     EXPECT_EQ(utf8ToWide(""), L"");
     EXPECT_EQ(utf8ToWide("C:\\Spiele\\\xC3\xBC\xE2\x82\xAC"), L"C:\\Spiele\\\u00FC\u20AC");
 }

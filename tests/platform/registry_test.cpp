@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "platform/posix/registry_file.hpp"
 #include "platform/services.hpp"
 #include "support/test_support.hpp"
@@ -20,6 +18,7 @@ const std::string kExportStart = "Windows Registry Editor Version 5.00\r\n\r\n";
 const std::string kKeyLine = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK]\r\n";
 
 class RegistryTest : public test::SystemRootTest {};
+using ServicesTest = RegistryTest;
 
 // What RegGetValueA(RRF_RT_REG_SZ) gives in two steps, or the failing status.
 std::string readString(const std::string& key, const std::string& name, long* status = nullptr) {
@@ -29,6 +28,14 @@ std::string readString(const std::string& key, const std::string& name, long* st
     if (rc == kErrorSuccess) rc = getStringValue(key, name, buffer.data(), &size);
     if (status != nullptr) *status = rc;
     return rc == kErrorSuccess ? buffer.substr(0, size) : std::string();
+}
+
+// The data of a service's value as the registry file holds it, with its terminator; "<absent>" without it.
+std::string serviceData(const std::string& service, const std::string& name) {
+    const auto registry = RegistryFile::load();
+    const auto* key = registry->findKey(machineKeyPath("SYSTEM\\CurrentControlSet\\Services\\" + service));
+    const auto* value = key == nullptr ? nullptr : key->findValue(name);
+    return value == nullptr ? "<absent>" : value->data;
 }
 
 // One value line of an export, its name in another letter case, what the program sees of it,
@@ -96,18 +103,14 @@ TEST(RegistryExport, MalformedFilesAreRejected) {
 }
 
 TEST_F(RegistryTest, TypedStringReadsBehaveLikeTheWindowsCall) {
-    writeRegistry(root(), std::string(test::kProductKeyHeader) +
-                              "\"Version\"=\"1.2.3\"\n\"Number\"=dword:00000001\n");
-    std::uint32_t size = 0;
-    ASSERT_EQ(getStringValue(kKey, "Version", nullptr, &size), kErrorSuccess);
-    EXPECT_EQ(size, 6u);  // terminator included
+    writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"Version\"=\"1.2.3\"\n\"Number\"=dword:00000001\n");
     char small[3];
-    size = sizeof small;
+    std::uint32_t size = sizeof small;
     EXPECT_EQ(getStringValue(kKey, "Version", small, &size), kErrorMoreData);
     EXPECT_EQ(size, 6u);
 
     long status = 0;
-    EXPECT_EQ(readString(kKey, "VERSION", &status), std::string("1.2.3\0", 6));
+    EXPECT_EQ(readString(kKey, "VERSION", &status), std::string("1.2.3\0", 6));  // terminator included
     EXPECT_EQ(readString(kKey, "Number", &status), "");
     EXPECT_EQ(status, kErrorUnsupportedType);
     readString(kKey, "Missing", &status);
@@ -117,8 +120,7 @@ TEST_F(RegistryTest, TypedStringReadsBehaveLikeTheWindowsCall) {
 }
 
 TEST_F(RegistryTest, WritesNeedAnExistingKeyAndTheRightAccessAndKeepTheRest) {
-    writeRegistry(root(), std::string(test::kProductKeyHeader) +
-                              "\"Keep\"=hex(a):01,02\n\"Version\"=\"1.0\"\n");
+    writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"Keep\"=hex(a):01,02\n\"Version\"=\"1.0\"\n");
     RegistryKey missing;
     EXPECT_EQ(missing.open("SOFTWARE\\Quenmark\\Absent", RegistryAccess::SetValue), kErrorFileNotFound);
 
@@ -135,7 +137,6 @@ TEST_F(RegistryTest, WritesNeedAnExistingKeyAndTheRightAccessAndKeepTheRest) {
     const auto reloaded = RegistryFile::load();
     ASSERT_TRUE(reloaded.has_value());
     const auto* values = reloaded->findKey(machineKeyPath(kKey));
-    EXPECT_EQ(values->findValue("Keep")->type, 10u);
     EXPECT_EQ(values->findValue("Keep")->data, "\x01\x02");
     std::uint32_t type = 0, number = 0, size = 4;
     EXPECT_EQ(key.queryValue("New", &type, &number, &size), kErrorSuccess);
@@ -157,6 +158,37 @@ TEST_F(RegistryTest, UnparseableFileFailsEveryCallAndIsNeverRewritten) {
     EXPECT_FALSE(queryServicePresence("VELKSvc").managerOpened);
     EXPECT_NE(createService("VELKSvc", "VELK", "x"), 0);
     EXPECT_EQ(readFile(root() / "registry.reg"), garbage);
+}
+
+TEST_F(ServicesTest, ServiceIsCreatedOnceAsAKeyBelowTheServicesKeyAndDescribed) {
+    EXPECT_TRUE(queryServicePresence("VELKSvc").managerOpened);  // no file: an empty registry
+    EXPECT_FALSE(queryServicePresence("VELKSvc").serviceOpened);
+    EXPECT_EQ(setServiceDescription("VELKSvc", "text"), kServiceDoesNotExist);
+    EXPECT_EQ(createService("VELKSvc", "VELK Anti-Cheat Service", "C:\\Apps\\VELK_Service.exe"), 0);
+    for (const char* name : {"VELKSvc", "velksvc"}) EXPECT_TRUE(queryServicePresence(name).serviceOpened) << name;
+    for (const char* name : {"VELK_Sys", ""}) EXPECT_FALSE(queryServicePresence(name).serviceOpened) << name;
+    EXPECT_EQ(serviceData("VELKSvc", "ImagePath"), "C:\\Apps\\VELK_Service.exe\0"s);
+    EXPECT_EQ(serviceData("VELKSvc", "DisplayName"), "VELK Anti-Cheat Service\0"s);
+    EXPECT_EQ(serviceData("VELKSvc", "Start"), "\x03\0\0\0"s);
+    EXPECT_EQ(serviceData("VELKSvc", "ObjectName"), "LocalSystem\0"s);
+    EXPECT_EQ(createService("VELKSvc", "Other", "C:\\x.exe"), kServiceExists);
+    EXPECT_EQ(serviceData("VELKSvc", "ImagePath"), "C:\\Apps\\VELK_Service.exe\0"s);
+    EXPECT_EQ(setServiceDescription("VELKSvc", "described"), 0);
+    EXPECT_EQ(serviceData("VELKSvc", "Description"), "described\0"s);
+}
+
+TEST_F(ServicesTest, DriverPackageIsAddedOnceAndFound) {
+    const std::string inf = (root() / "install" / "VELK_Sys.inf").string();
+    EXPECT_EQ(findDriverPackage("VELK"), 1);
+    EXPECT_EQ(addDriverPackage(inf), kFileNotFound);
+    test::writeFile(inf, "[Version]\n");
+    EXPECT_EQ(addDriverPackage(inf), 0);
+    EXPECT_TRUE(queryServicePresence("VELK_Sys").serviceOpened);
+    EXPECT_EQ(serviceData("VELK_Sys", "Type"), "\x01\0\0\0"s);
+    EXPECT_EQ(serviceData("VELK_Sys", "ObjectName"), "\0"s);
+    EXPECT_EQ(findDriverPackage("velk"), 0);
+    EXPECT_EQ(addDriverPackage(inf), kDriverPackageExists);
+    EXPECT_EQ(findDriverPackage("other"), 1);
 }
 
 }  // namespace
