@@ -2,8 +2,6 @@
 
 #include <zstd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <future>
 #include <memory>
 #include <variant>
@@ -15,8 +13,6 @@
 namespace velk::updater {
 namespace {
 
-namespace fs = std::filesystem;
-
 using Decoder = std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)>;
 
 PatchOutcome failed(std::string error) {
@@ -25,18 +21,9 @@ PatchOutcome failed(std::string error) {
     return outcome;
 }
 
-// The patch was fetched within its listed size and checked by its digest: it fits in memory.
-bool readWhole(const std::string& path, platform::MemoryBlock& bytes) {
-    std::error_code error;
-    const std::uint64_t size = fs::file_size(path, error);
-    if (error || !bytes.allocate(size)) return false;
-    std::ifstream in(path, std::ios::binary);
-    return static_cast<bool>(in.read(bytes.data(), static_cast<std::streamsize>(size)));
-}
-
 // The size the patch makes, or why it is refused before anything is decoded: it must be one
 // whole frame that states that size, no larger than `fileSize`.
-std::variant<std::uint64_t, std::string> declaredSize(const platform::MemoryBlock& patch, std::uint64_t fileSize) {
+std::variant<std::uint64_t, std::string> declaredSize(std::span<const char> patch, std::uint64_t fileSize) {
     const std::size_t frameSize = ZSTD_findFrameCompressedSize(patch.data(), patch.size());
     if (ZSTD_isError(frameSize)) return "Patch is cut short or damaged";
     if (frameSize != patch.size()) return "Data after the patch's frame";
@@ -51,7 +38,7 @@ std::variant<std::uint64_t, std::string> declaredSize(const platform::MemoryBloc
 // Decodes the frame in one pass straight into `result`, which is exactly the size the frame
 // stated: the decoder keeps no window of its own, and a frame that would make more stops at
 // the end of the block. An empty text when it decoded whole.
-std::string decode(ZSTD_DCtx* decoder, const platform::MemoryBlock& patch, platform::MemoryBlock& result) {
+std::string decode(ZSTD_DCtx* decoder, std::span<const char> patch, platform::MemoryBlock& result) {
     const std::size_t made = ZSTD_decompressDCtx(decoder, result.data(), result.size(), patch.data(), patch.size());
     if (ZSTD_isError(made)) return std::string("Patch cannot be decoded: ") + ZSTD_getErrorName(made);
     if (made != result.size()) return "Patch result shorter than it stated";
@@ -72,8 +59,11 @@ std::string writeResult(const std::string& outputPath, const platform::MemoryBlo
 PatchOutcome applyPatch(std::span<const char> base, const std::string& patchPath, const std::string& outputPath,
                         std::uint64_t fileSize) {
     if (patchWindowLog(base.size(), fileSize) > kMaxPatchWindowLog) return failed("Installed copy and file too large for a patch");
-    platform::MemoryBlock patch;
-    if (!readWhole(patchPath, patch)) return failed("Cannot read the patch");
+    // The patch was fetched within its listed size and checked by its digest: a view is enough.
+    platform::MappedFile view;
+    std::string error;
+    if (!view.open(patchPath, error)) return failed("Cannot read the patch: " + error);
+    const std::span<const char> patch(view.data(), view.size());
     const auto size = declaredSize(patch, fileSize);
     if (const auto* problem = std::get_if<std::string>(&size)) return failed(*problem);
 
