@@ -26,9 +26,8 @@ TEST_F(ConcurrentRuns, SecondRunEndsWithoutTouchingAnything) {
         EXPECT_FALSE(fs::exists(installDir())) << second.out;
         EXPECT_EQ(registryText(), before);
     }
-    const ProcessResult after = run({});
-    EXPECT_EQ(after.exitCode, 0) << after.err;
-    EXPECT_EQ(readFile(installDir() / "VELK.dll"), "library 1.0");
+    EXPECT_EQ(run({}).exitCode, 0);
+    expectInstalled(kRelease1);
 }
 
 // An unreadable registry used to read as "not installed", and every run installed a
@@ -36,7 +35,7 @@ TEST_F(ConcurrentRuns, SecondRunEndsWithoutTouchingAnything) {
 TEST_F(UnreadableState, CorruptRegistryEndsTheRunAndInstallsNothing) {
     publish("1.0.0", "100", kRelease1);
     startServer();
-    productKey("\"InstallPath\"=\"" + installDir().string() + "\"\n\"Version\"=\"1.0.0\n");
+    productKey("\"Version\"=\"1.0.0\n");
     const std::string corrupt = registryText();
     const ProcessResult result = run({});
     EXPECT_EQ(result.exitCode, 1);
@@ -44,6 +43,26 @@ TEST_F(UnreadableState, CorruptRegistryEndsTheRunAndInstallsNothing) {
     EXPECT_FALSE(fs::exists(root() / "Program Files"));
     EXPECT_FALSE(fs::exists(installDir()));
     EXPECT_EQ(registryText(), corrupt);
+}
+
+// Text from the registry (a version holding a terminal sequence and a line end) is shown
+// escaped on the console and in the log: it can neither drive the terminal nor start a line.
+TEST_F(EndToEndTest, LogForgingThroughRegistryTextIsShownEscaped) {
+    std::string utf16;  // the registry file's form of text with control characters
+    for (const char c : std::string("1.0\x1b]0;owned\x07\n[ERROR] forged")) {
+        static const char* digits = "0123456789abcdef";
+        utf16 += std::string(1, digits[(c >> 4) & 0xF]) + digits[c & 0xF] + ",00,";
+    }
+    productKey("\"Version\"=hex(1):" + utf16 + "00,00\n");
+    const ProcessResult result =
+        run({"--check-only", "--manifest", (installDir() / "none.json").string()});
+    for (const std::string& output : {result.out, result.err, readFile(logFile())}) {
+        EXPECT_EQ(output.find('\x1b'), std::string::npos) << output;
+        EXPECT_EQ(output.find("\n[ERROR] forged"), std::string::npos) << output;
+    }
+    EXPECT_NE(result.out.find("Installed VELK version: 1.0\\x1b]0;owned\\x07\\n[ERROR] forged"),
+              std::string::npos)
+        << result.out;
 }
 
 }  // namespace
