@@ -18,8 +18,7 @@ std::map<std::string, std::string> release(char fill) {
 // (every earlier file already replaced), or between staging a copy and renaming it.
 class CrashConsistencyTest : public EndToEndTest {
 protected:
-    // Runs the updater on the old release until `reached` holds or it records the new
-    // version, kills it, and returns whether the kill interrupted it.
+    // Runs the updater on the old release until `reached` holds, kills it: whether it was cut.
     bool killWhen(const std::function<bool()>& reached) {
         fs::remove_all(installDir());
         for (const auto& [name, content] : oldFiles_) writeFile(installDir() / name, content);
@@ -67,8 +66,7 @@ TEST_F(CrashConsistencyTest, KilledAtAnyPointEveryFileIsOldOrNewAndARerunComplet
     expectRerunCompletes();
 }
 
-// The same kills while a patch is fetched (stalled) and while it is applied: the patch and
-// its result live in the download folder only, so every installed file is old or new.
+// A patch and what it makes stay in the download folder until the rename.
 TEST_F(CrashConsistencyTest, KilledWhileAPatchIsFetchedOrAppliedEveryFileIsOldOrNew) {
     publish("1.0.0", "1", oldFiles_);
     publish("2.0.0", "2", newFiles_, {"--delta-from", (dir_ / "release-1.0.0-1").string()});
@@ -85,8 +83,7 @@ TEST_F(CrashConsistencyTest, KilledWhileAPatchIsFetchedOrAppliedEveryFileIsOldOr
     expectRerunCompletes();
 }
 
-// A run killed in the middle of a download leaves the partial with its record; the next
-// run asks only for the rest, which the server sends as a 206, and completes the update.
+// The partial download and its record are kept: the next run asks for the rest (a 206).
 TEST_F(CrashConsistencyTest, DownloadCutByAKillContinuesInTheNextRun) {
     publish("2.0.0", "2", newFiles_);
     startServer({"--stall-seconds", "60"});

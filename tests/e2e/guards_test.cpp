@@ -10,8 +10,7 @@ using updater::platform::LockStatus;
 class ConcurrentRuns : public EndToEndTest {};
 class UnreadableState : public EndToEndTest {};
 
-// A second run on the same installation ends at once: it writes no log, file or
-// registry value while the first run holds the installation.
+// While the first run holds the installation, a second writes no log, file or registry value.
 TEST_F(ConcurrentRuns, SecondRunEndsWithoutTouchingAnything) {
     publish("1.0.0", "100", kRelease1);
     startServer();
@@ -30,8 +29,7 @@ TEST_F(ConcurrentRuns, SecondRunEndsWithoutTouchingAnything) {
     expectInstalled(kRelease1);
 }
 
-// An unreadable registry used to read as "not installed", and every run installed a
-// second copy into the default Program Files folder.
+// It used to read as "not installed": every run installed a second copy in Program Files.
 TEST_F(UnreadableState, CorruptRegistryEndsTheRunAndInstallsNothing) {
     publish("1.0.0", "100", kRelease1);
     startServer();
@@ -45,13 +43,12 @@ TEST_F(UnreadableState, CorruptRegistryEndsTheRunAndInstallsNothing) {
     EXPECT_EQ(registryText(), corrupt);
 }
 
-// Text from the registry (a version holding a terminal sequence and a line end) is shown
-// escaped on the console and in the log: it can neither drive the terminal nor start a line.
+// A version with a terminal sequence and a line end: escaped on the console and in the log.
 TEST_F(EndToEndTest, LogForgingThroughRegistryTextIsShownEscaped) {
+    const std::string hex = "0123456789abcdef";
     std::string utf16;  // the registry file's form of text with control characters
-    for (const char c : std::string("1.0\x1b]0;owned\x07\n[ERROR] forged")) {
-        static const char* digits = "0123456789abcdef";
-        utf16 += std::string(1, digits[(c >> 4) & 0xF]) + digits[c & 0xF] + ",00,";
+    for (const unsigned char c : std::string("1.0\x1b]0;owned\x07\n[ERROR] forged")) {
+        utf16 += std::string{hex[c >> 4], hex[c & 15]} + ",00,";
     }
     productKey("\"Version\"=hex(1):" + utf16 + "00,00\n");
     const ProcessResult result =

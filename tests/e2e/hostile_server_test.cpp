@@ -71,8 +71,7 @@ TEST_F(EndlessData, SelfUpdateFileStopsPastTheEntrysSize) {
     EXPECT_LT(largestFile(installDir()), kMiB);
 }
 
-// A 1 MB archive of 1 GiB of zeros, offered for an entry of 1 MiB: small enough to be
-// downloaded, so only the bounded extraction stands between it and the disk.
+// 1 GiB of zeros in a 1 MB archive for an entry of 1 MiB: only the extraction's bound stops it.
 TEST_F(ZipBomb, ExtractionStopsAtTheEntrysSize) {
     publish("2.0.0", "200", {{"VELK.dll", std::string(kMiB, 'v')}});
     rule("/cdn/files/VELK.dll.zip", "zipbomb:1073741824");
@@ -83,8 +82,7 @@ TEST_F(ZipBomb, ExtractionStopsAtTheEntrysSize) {
     EXPECT_LT(largestFile(installDir()), kMiB);  // the download folder included
 }
 
-// 200 MB of manifest, from the server (its length announced, or a chunked body without end)
-// or from a local file.
+// 200 MB of manifest: its length announced, a chunked body without end, or a local file.
 TEST_F(OversizedManifest, IsRefusedWithoutBeingRead) {
     const fs::path local = dir_ / "huge.json";
     writeFile(local, "");
@@ -101,12 +99,10 @@ TEST_F(OversizedManifest, IsRefusedWithoutBeingRead) {
     }
 }
 
-// A release of one file whose entry is then aimed at each target: the manifest is refused
-// before any file is fetched, checked or written.
+// The entry aimed at each target: the manifest is refused before any file is fetched or checked.
 class Containment : public HostileServerTest {
   protected:
-    // What lies outside the updater's own folders (the installation, the system root) and the
-    // server's log, with its contents.
+    // All below the test's folder but the installation, the system root and the server's log.
     std::map<fs::path, std::string> outsideFiles() const {
         std::map<fs::path, std::string> files;
         for (fs::recursive_directory_iterator it(dir_.path()), end; it != end; ++it) {
@@ -145,8 +141,7 @@ TEST_F(ArbitraryInstallation, TargetsOutsideTheInstallationAreRefused) {
     fs::remove(escaped);  // outside the test's folder: not removed with it
 }
 
-// A file outside the installation that the manifest lists with another size: the
-// integrity pass would delete it as a wrong copy.
+// Listed with another size, the file outside would be deleted as a wrong copy.
 TEST_F(ArbitraryDeletion, WrongFilesOutsideTheInstallationAreLeftAlone) {
     const fs::path victim = dir_ / "victim.dll";
     writeFile(victim, "belongs to someone else");

@@ -9,9 +9,8 @@ using nlohmann::json;
 
 std::string key(const std::string& name) { return std::string(VELK_TEST_KEYS_DIR) + "/" + name; }
 
-// VELK_Updater_pinned_test trusts the vendor keys in keys/ only, and the publisher signs with
-// the vendor's Ed25519 key unless told otherwise. The attacker controls the update site and
-// can publish whatever manifest it likes.
+// The pinned build trusts the vendor keys in keys/ only; the publisher signs with the vendor's
+// Ed25519 key unless told otherwise. The attacker controls the update site.
 class PinnedUpdaterTest : public EndToEndTest {
 protected:
     void SetUp() override {
@@ -68,8 +67,6 @@ TEST_F(Rollback, PinnedUpdaterRefusesAnOlderSignedReleaseUnlessForced) {
     EXPECT_TRUE(versionRecorded("9.0.0"));
 }
 
-// A mirror replaying a signed manifest after its expiry installs nothing; the vendor re-signs
-// the same release and it installs again.
 TEST_F(FreezeAttack, ExpiredManifestInstallsNothingUntilTheVendorSignsItAgain) {
     publish("1.0.0", "100", kRelease1, {"--expires-in", "-1"});
     startServer();
@@ -82,8 +79,7 @@ TEST_F(FreezeAttack, ExpiredManifestInstallsNothingUntilTheVendorSignsItAgain) {
     expectInstalled(kRelease1);
 }
 
-// A release held at 0% changes nothing on any installation, whose cohort stays what it drew;
-// raising the share lets it through.
+// Held at 0%, then raised to 100% by the vendor; the installation's cohort never changes.
 TEST_F(StagedRollout, HaltedReleaseWaitsAndTheCohortIsKept) {
     productKey("\"Version\"=\"0.9.0\"\n");
     publish("1.0.0", "100", kRelease1, {"--rollout", "0"});
@@ -106,9 +102,8 @@ TEST_F(StagedRollout, HaltedReleaseWaitsAndTheCohortIsKept) {
     EXPECT_EQ(cohortLine(), cohort);
 }
 
-// A release published with patches from the one installed: with every whole file answering
-// 404 (none is published as an archive), only the signed patch can bring the new version. A
-// patch entry changed on the site breaks the signature.
+// Every whole file answers 404 (no archive is published): only the patch can bring 2.0.0, and
+// only as signed.
 TEST_F(DeltaUpdate, DeltaIsUsedAndItsPatchEntryIsSigned) {
     std::string library;
     for (int i = 0; i < 5000; ++i) library += "function " + std::to_string(i) + ";\n";

@@ -35,9 +35,8 @@ TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
     EXPECT_NE(registryText().find("ImagePath\"=hex(2):"), std::string::npos);
 }
 
-// Piped into another program (`VELK_Updater ... | cat`), the console carries plain text:
-// colour sequences there would end up as stray bytes in a file or a pager. --quiet leaves the
-// console the mode's result only; the registry can switch the log off, and the level filters it.
+// Piped (`VELK_Updater ... | cat`), the console carries no colour sequences. --quiet leaves it
+// the mode's result; the registry can switch the log off; the level filters both.
 TEST_F(ServicesRunTest, WithoutTheDriverItFailsPlainlyAndEachSwitchDecidesWhatIsShown) {
     const ProcessResult piped = run({"--install-services"});
     EXPECT_EQ(piped.exitCode, 1);
@@ -72,12 +71,10 @@ TEST_F(ServicesRunTest, WithoutTheDriverItFailsPlainlyAndEachSwitchDecidesWhatIs
     EXPECT_EQ(logText().find("[INFO]"), std::string::npos);
 }
 
-// Without root the program asks sudo for itself. A stand-in sudo on PATH refuses, as a
-// user declining the prompt would.
+// Without root the program asks sudo for itself; this stand-in sudo refuses.
 TEST_F(ServicesRunTest, UnprivilegedRunAsksForElevation) {
-    if (::geteuid() != 0) GTEST_SKIP() << "needs root to run the updater as another user";
-    if (::getpwnam("nobody") == nullptr || !fs::exists("/usr/bin/setpriv")) {
-        GTEST_SKIP() << "no user 'nobody' or no setpriv on this machine";
+    if (::geteuid() != 0 || ::getpwnam("nobody") == nullptr || !fs::exists("/usr/bin/setpriv")) {
+        GTEST_SKIP() << "needs root, a user 'nobody' and setpriv to run the updater unprivileged";
     }
     writeFile(dir_ / "sudo", "#!/bin/sh\necho \"$@\" >> \"$(dirname \"$0\")/asked\"\n"
                              "[ \"$1\" = \"-v\" ] && exit 1\nexit 0\n");
@@ -96,8 +93,7 @@ TEST_F(ServicesRunTest, UnprivilegedRunAsksForElevation) {
     EXPECT_EQ(readFile(dir_ / "asked"), "-v\n");
 }
 
-// The log file's folder is a file, then the installation folder is: the logger, then the
-// update client cannot start.
+// A file where the log folder belongs, then where the installation folder does.
 TEST_F(StartFailureTest, LoggerOrUpdateClientThatCannotStartEndsWithOne) {
     writeFile(installDir() / "logs", "a file where the log folder belongs");
     const ProcessResult logger = run({});

@@ -101,8 +101,7 @@ TEST_F(UpdateRunTest, DisabledDowngradeIsRefusedBeforeAnyFileIsTouchedUnlessForc
     }
 }
 
-// The manifest comes from a local file (no manifest URL asked) or from the channel's URL.
-// Check mode installs too, and only its failure ends with 1.
+// A local manifest asks for no manifest URL; check mode installs too, only its failure ends with 1.
 TEST_F(UpdateRunTest, LocalOrChannelManifestAndCheckModeEndsWithOneOnlyOnFailure) {
     publish("1.0.0", "100", kRelease1, {"--channel", "test"});
     startServer();
