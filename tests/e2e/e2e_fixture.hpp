@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <sstream>
+#include <regex>
 #include <thread>
 
 #include "support/process_runner.hpp"
@@ -21,9 +21,8 @@ namespace velk::test {
 class EndToEndTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        fs::create_directories(root());
         fs::create_directories(tmp());
-        productKey(installPathValue());
+        productKey();
     }
 
     fs::path root() const { return dir_ / "root"; }
@@ -34,10 +33,11 @@ protected:
     fs::path site() const { return dir_ / "site"; }
     fs::path logFile() const { return installDir() / "logs" / "updater.log"; }
 
-    void productKey(const std::string& values, const std::string& extraKeys = "") {
-        writeRegistry(root(), std::string(kProductKeyHeader) + values + "\n" + extraKeys);
+    // The product's key with the installation folder and `values`, then any `extraKeys`.
+    void productKey(const std::string& values = "", const std::string& extraKeys = "") {
+        writeRegistry(root(), std::string(kProductKeyHeader) + "\"InstallPath\"=\"" +
+                                  installDir().string() + "\"\n" + values + "\n" + extraKeys);
     }
-    std::string installPathValue() const { return "\"InstallPath\"=\"" + installDir().string() + "\"\n"; }
     std::string registryText() const { return readFile(root() / "registry.reg"); }
     bool versionRecorded(const std::string& version) const {
         return registryText().find("\"Version\"=\"" + version + "\"") != std::string::npos;
@@ -46,21 +46,23 @@ protected:
         for (const auto& [name, content] : files) EXPECT_EQ(readFile(installDir() / name), content) << name;
     }
 
-    // Publishes a release of the given files (relative path -> content), signed with a key
-    // of this test's own unless `extra` names one.
-    void publish(const std::string& version, const std::string& build, const std::map<std::string, std::string>& files,
+    // Publishes a release of the given files (relative path -> content), signed with the
+    // publisher's default key, made in the test's folder, unless `extra` names one.
+    void publish(const std::string& version, const std::string& build,
+                 const std::map<std::string, std::string>& files,
                  const std::vector<std::string>& extra = {}) {
         const fs::path release = dir_ / ("release-" + version + "-" + build);
         fs::remove_all(release);
         for (const auto& [name, content] : files) writeFile(release / name, content);
-        std::vector<std::string> args{"--release", release.string(), "--out", site().string(), "--version", version,
-                                      "--build", build};
+        std::vector<std::string> args{"--release", release.string(), "--out", site().string(),
+                                      "--version", version,          "--build", build};
         args.insert(args.end(), extra.begin(), extra.end());
-        const bool keyGiven = std::any_of(extra.begin(), extra.end(), [](const std::string& arg) {
-            return arg.rfind("--sign-", 0) == 0;
-        });
-        if (!keyGiven) args.insert(args.end(), {"--sign-ed25519", (dir_ / "publisher.key").string()});
-        const ProcessResult result = runProcess(builtProgram("velk_publish"), args);
+        runPublisher(args);
+    }
+    // Runs the publisher in the test's folder, where its default key is kept.
+    void runPublisher(const std::vector<std::string>& args) {
+        const ProcessResult result =
+            runProcess(builtProgram("velk_publish"), args, ProcessOptions{{}, dir_.str(), ""});
         ASSERT_EQ(result.exitCode, 0) << result.err;
     }
 
@@ -80,39 +82,37 @@ protected:
         ASSERT_NE(server_->readLine().find("listening"), std::string::npos);
     }
     fs::path rules() const { return dir_ / "rules.txt"; }
+    // The server answers `path` (or every path below it, when it ends in "/") with `action`.
+    void rule(const std::string& path, const std::string& action) {
+        std::ofstream(rules(), std::ios::app) << path << ' ' << action << '\n';
+    }
     // The server's log: one "GET <path> <status>" line per request answered.
     std::string requests() const { return readFile(dir_ / "requests.log"); }
-    // Waits (boundedly) for such a line: the server writes it once the answer is sent,
-    // which may be after the updater has moved on.
-    bool requested(const std::string& line) const {
-        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (requests().find(line) == std::string::npos) {
+    static bool eventually(const std::function<bool()>& holds, int seconds = 10) {
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+        while (!holds()) {
             if (std::chrono::steady_clock::now() > giveUp) return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
         return true;
     }
-
-    ProcessResult run(const std::vector<std::string>& args, std::map<std::string, std::string> env = {},
-                      const std::string& program = "VELK_Updater") {
-        env["VELK_SYSTEM_ROOT"] = root().string();
-        env["TMPDIR"] = tmp().string();
-        return runProcess(builtProgram(program), args, ProcessOptions{env, "", ""});
+    // The server writes the line once the answer is sent, maybe after the updater moved on.
+    bool requested(const std::string& line) const {
+        return eventually([&] { return requests().find(line) != std::string::npos; });
     }
 
-    // The log as "[LEVEL] message" lines, each ending in "\n".
+    // The updater's surroundings: this test's system root and shared temporary folder.
+    ProcessOptions sandbox() const {
+        return {{{"VELK_SYSTEM_ROOT", root().string()}, {"TMPDIR", tmp().string()}}, "", ""};
+    }
+    ProcessResult run(const std::vector<std::string>& args) {
+        return runProcess(builtProgram(program_), args, sandbox());
+    }
+
+    // The log as "[LEVEL] message" lines: "[date time] [LEVEL] [] message" without the time.
     std::string logText() const {
-        std::string text;
-        std::istringstream log(readFile(logFile()));
-        for (std::string line; std::getline(log, line);) {
-            // "[date time] [LEVEL] [] message" -> "[LEVEL] message"
-            const auto level = line.find("] [");
-            const auto category = line.find("] [] ");
-            if (level != std::string::npos && category != std::string::npos) {
-                text += line.substr(level + 2, category - level - 1) + line.substr(category + 4) + "\n";
-            }
-        }
-        return text;
+        static const std::regex stamp(R"((^|\n)\[[^\]\n]*\] (\[[A-Z]+\]) \[\])");
+        return std::regex_replace(readFile(logFile()), stamp, "$1$2");
     }
 
     // Whether each line appears in `text`, in this order (other output may come between).
@@ -126,6 +126,7 @@ protected:
         return true;
     }
 
+    std::string program_ = "VELK_Updater";  // the build that run() starts
     TempDir dir_;
     std::unique_ptr<BackgroundProcess> server_;
 };

@@ -10,8 +10,7 @@ using updater::platform::LockStatus;
 class ConcurrentRuns : public EndToEndTest {};
 class UnreadableState : public EndToEndTest {};
 
-// A second run on the same installation ends at once: it writes no log, file or
-// registry value while the first run holds the installation.
+// While the first run holds the installation, a second writes no log, file or registry value.
 TEST_F(ConcurrentRuns, SecondRunEndsWithoutTouchingAnything) {
     publish("1.0.0", "100", kRelease1);
     startServer();
@@ -26,17 +25,15 @@ TEST_F(ConcurrentRuns, SecondRunEndsWithoutTouchingAnything) {
         EXPECT_FALSE(fs::exists(installDir())) << second.out;
         EXPECT_EQ(registryText(), before);
     }
-    const ProcessResult after = run({});
-    EXPECT_EQ(after.exitCode, 0) << after.err;
-    EXPECT_EQ(readFile(installDir() / "VELK.dll"), "library 1.0");
+    EXPECT_EQ(run({}).exitCode, 0);
+    expectInstalled(kRelease1);
 }
 
-// An unreadable registry used to read as "not installed", and every run installed a
-// second copy into the default Program Files folder.
+// It used to read as "not installed": every run installed a second copy in Program Files.
 TEST_F(UnreadableState, CorruptRegistryEndsTheRunAndInstallsNothing) {
     publish("1.0.0", "100", kRelease1);
     startServer();
-    productKey("\"InstallPath\"=\"" + installDir().string() + "\"\n\"Version\"=\"1.0.0\n");
+    productKey("\"Version\"=\"1.0.0\n");
     const std::string corrupt = registryText();
     const ProcessResult result = run({});
     EXPECT_EQ(result.exitCode, 1);
@@ -44,6 +41,25 @@ TEST_F(UnreadableState, CorruptRegistryEndsTheRunAndInstallsNothing) {
     EXPECT_FALSE(fs::exists(root() / "Program Files"));
     EXPECT_FALSE(fs::exists(installDir()));
     EXPECT_EQ(registryText(), corrupt);
+}
+
+// A version with a terminal sequence and a line end: escaped on the console and in the log.
+TEST_F(EndToEndTest, LogForgingThroughRegistryTextIsShownEscaped) {
+    const std::string hex = "0123456789abcdef";
+    std::string utf16;  // the registry file's form of text with control characters
+    for (const unsigned char c : std::string("1.0\x1b]0;owned\x07\n[ERROR] forged")) {
+        utf16 += std::string{hex[c >> 4], hex[c & 15]} + ",00,";
+    }
+    productKey("\"Version\"=hex(1):" + utf16 + "00,00\n");
+    const ProcessResult result =
+        run({"--check-only", "--manifest", (installDir() / "none.json").string()});
+    for (const std::string& output : {result.out, result.err, readFile(logFile())}) {
+        EXPECT_EQ(output.find('\x1b'), std::string::npos) << output;
+        EXPECT_EQ(output.find("\n[ERROR] forged"), std::string::npos) << output;
+    }
+    EXPECT_NE(result.out.find("Installed VELK version: 1.0\\x1b]0;owned\\x07\\n[ERROR] forged"),
+              std::string::npos)
+        << result.out;
 }
 
 }  // namespace

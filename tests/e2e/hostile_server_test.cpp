@@ -1,7 +1,5 @@
 #include <sys/resource.h>
 
-#include <fstream>
-
 #include "e2e_fixture.hpp"
 
 namespace velk::test {
@@ -9,23 +7,16 @@ namespace {
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 
-// The built updater against a site that lies: bodies without end, zip bombs, huge manifests,
-// entries aimed outside the installation. Each case is a published release, its manifest
-// edited as a compromised site would (the plain build checks no signature).
+// The updater against a site that lies: bodies without end, zip bombs, huge manifests, entries
+// aimed outside the installation (the plain build checks no signature).
 class HostileServerTest : public EndToEndTest {
   protected:
-    std::string baseUrl() const { return "http://127.0.0.1:" + std::to_string(VELK_LOOPBACK_PORT); }
-    void rule(const std::string& path, const std::string& action) {
-        std::ofstream(rules(), std::ios::app) << path << ' ' << action << '\n';
-    }
-
     // The updater runs under a file size limit, so a body written to disk past its bound
     // kills the run (SIGXFSZ, exit code -1) quickly instead of filling the disk.
     ProcessResult runLimited(const std::vector<std::string>& args = {}) {
         rlimit saved{};
         getrlimit(RLIMIT_FSIZE, &saved);
-        rlimit limited = saved;
-        limited.rlim_cur = 16 * kMiB;
+        const rlimit limited{16 * kMiB, saved.rlim_max};
         setrlimit(RLIMIT_FSIZE, &limited);
         const ProcessResult result = run(args);
         setrlimit(RLIMIT_FSIZE, &saved);
@@ -67,7 +58,8 @@ TEST_F(EndlessData, FileDownloadStopsPastTheEntrysSize) {
 
 // The runtime libraries come from the entry's own (absolute) URL after the ordinary files.
 TEST_F(EndlessData, SelfUpdateFileStopsPastTheEntrysSize) {
-    publish("2.0.0", "200", {{"VELK.dll", "library 2.0"}, {"libcurl.dll", "curl 2.0"}}, {"--url-base", baseUrl()});
+    publish("2.0.0", "200", {{"VELK.dll", "library 2.0"}, {"libcurl.dll", "curl 2.0"}},
+            {"--url-base", "http://127.0.0.1:" + std::to_string(VELK_LOOPBACK_PORT)});
     rule("/files/libcurl.dll", "endless");
     startServer();
     const ProcessResult result = runLimited();
@@ -79,8 +71,7 @@ TEST_F(EndlessData, SelfUpdateFileStopsPastTheEntrysSize) {
     EXPECT_LT(largestFile(installDir()), kMiB);
 }
 
-// A 1 MB archive of 1 GiB of zeros, offered for an entry of 1 MiB: small enough to be
-// downloaded, so only the bounded extraction stands between it and the disk.
+// 1 GiB of zeros in a 1 MB archive for an entry of 1 MiB: only the extraction's bound stops it.
 TEST_F(ZipBomb, ExtractionStopsAtTheEntrysSize) {
     publish("2.0.0", "200", {{"VELK.dll", std::string(kMiB, 'v')}});
     rule("/cdn/files/VELK.dll.zip", "zipbomb:1073741824");
@@ -88,15 +79,13 @@ TEST_F(ZipBomb, ExtractionStopsAtTheEntrysSize) {
     startServer();
     expectNothingInstalled(runLimited());
     EXPECT_TRUE(requested("GET /cdn/files/VELK.dll.zip 200")) << requests();
-    EXPECT_LT(largestFile(downloads()), 2 * kMiB);
-    EXPECT_LT(largestFile(installDir()), kMiB);
+    EXPECT_LT(largestFile(installDir()), kMiB);  // the download folder included
 }
 
-// 200 MB of manifest, from the server (its length announced, or a chunked body without end)
-// or from a local file.
+// 200 MB of manifest: its length announced, a chunked body without end, or a local file.
 TEST_F(OversizedManifest, IsRefusedWithoutBeingRead) {
     const fs::path local = dir_ / "huge.json";
-    std::ofstream(local).close();
+    writeFile(local, "");
     fs::resize_file(local, 200 * kMiB);
     startServer();
     const std::vector<std::pair<std::string, std::vector<std::string>>> rows{
@@ -110,20 +99,18 @@ TEST_F(OversizedManifest, IsRefusedWithoutBeingRead) {
     }
 }
 
-// A release of one file whose entry is then aimed at each target: the manifest is refused
-// before any file is fetched, checked or written, and nothing outside the updater's own
-// folders (the installation, the system root, the server's log) changes.
+// The entry aimed at each target: the manifest is refused before any file is fetched or checked.
 class Containment : public HostileServerTest {
   protected:
-    std::map<std::string, std::string> outsideFiles() const {
-        const std::vector<fs::path> owned = {installDir(), root(), dir_ / "requests.log"};
-        std::map<std::string, std::string> files;
+    // All below the test's folder but the installation, the system root and the server's log.
+    std::map<fs::path, std::string> outsideFiles() const {
+        std::map<fs::path, std::string> files;
         for (fs::recursive_directory_iterator it(dir_.path()), end; it != end; ++it) {
-            if (std::find(owned.begin(), owned.end(), it->path()) != owned.end()) {
+            if (it->path() == installDir() || it->path() == root()) {
                 it.disable_recursion_pending();
-                continue;
+            } else if (it->path() != dir_ / "requests.log") {
+                files[it->path()] = it->is_regular_file() ? readFile(it->path()) : "<folder>";
             }
-            files[it->path().string()] = it->is_regular_file() ? readFile(it->path()) : "<folder>";
         }
         return files;
     }
@@ -154,13 +141,11 @@ TEST_F(ArbitraryInstallation, TargetsOutsideTheInstallationAreRefused) {
     fs::remove(escaped);  // outside the test's folder: not removed with it
 }
 
-// A file outside the installation that the manifest lists with another size: the
-// integrity pass would delete it as a wrong copy.
+// Listed with another size, the file outside would be deleted as a wrong copy.
 TEST_F(ArbitraryDeletion, WrongFilesOutsideTheInstallationAreLeftAlone) {
     const fs::path victim = dir_ / "victim.dll";
     writeFile(victim, "belongs to someone else");
     expectRefused("victim.dll", "a different and longer content", {"../victim.dll", victim.string()});
-    EXPECT_EQ(readFile(victim), "belongs to someone else");
 }
 
 }  // namespace

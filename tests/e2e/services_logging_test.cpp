@@ -8,19 +8,13 @@ namespace {
 
 const std::string kLoggingKey = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\Logging]\n";
 
-class ServicesRunTest : public EndToEndTest {
-protected:
-    void driverFiles() {
-        writeFile(installDir() / "VELK_Sys.inf", "[Version]\n");
-        writeFile(installDir() / "VELK_Sys.sys", "sys");
-        writeFile(installDir() / "VELK_Sys.cat", "cat");
-    }
-};
+using ServicesRunTest = EndToEndTest;
+using StartFailureTest = EndToEndTest;
 
 // The services flow as a user follows it: the mode's console lines and its log, in order
 // (the logger's worker may write its console lines between the mode's own).
 TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
-    driverFiles();
+    writeFile(installDir() / "VELK_Sys.inf", "[Version]\n");  // the one driver file needed
     const ProcessResult result = run({"--install-services"});
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_TRUE(printedInOrder(
@@ -41,9 +35,9 @@ TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
     EXPECT_NE(registryText().find("ImagePath\"=hex(2):"), std::string::npos);
 }
 
-// Piped into another program (`VELK_Updater ... | cat`), the console carries plain text:
-// colour sequences there would end up as stray bytes in a file or a pager.
-TEST_F(ServicesRunTest, WithoutTheDriverItFailsPlainlyAndQuietKeepsOnlyTheModeResult) {
+// Piped (`VELK_Updater ... | cat`), the console carries no colour sequences. --quiet leaves it
+// the mode's result; the registry can switch the log off; the level filters both.
+TEST_F(ServicesRunTest, WithoutTheDriverItFailsPlainlyAndEachSwitchDecidesWhatIsShown) {
     const ProcessResult piped = run({"--install-services"});
     EXPECT_EQ(piped.exitCode, 1);
     EXPECT_NE(piped.out.find("[INFO]"), std::string::npos) << piped.out;
@@ -58,80 +52,59 @@ TEST_F(ServicesRunTest, WithoutTheDriverItFailsPlainlyAndQuietKeepsOnlyTheModeRe
     EXPECT_NE(result.out.find("Failed to install one or more VELK services\n"), std::string::npos);
     EXPECT_EQ(result.err, "");  // no console logging either
 
-    driverFiles();
+    writeFile(installDir() / "VELK_Sys.inf", "[Version]\n");
     const ProcessResult quiet = run({"--install-services", "--quiet"});
     EXPECT_EQ(quiet.exitCode, 0);
     EXPECT_NE(quiet.out.find("VELK services installed successfully\n"), std::string::npos);
     EXPECT_EQ(quiet.out.find("Service installation status:"), std::string::npos);
-}
 
-// The registry can switch the log file off while the console keeps the mode's lines; the
-// level and the background switch (no colours) apply to what is logged.
-TEST_F(ServicesRunTest, LoggingSwitches) {
-    productKey(installPathValue(), kLoggingKey + "\"EnableUpdaterLogs\"=dword:00000000\n");
-    publish("1.0.0", "1", kRelease1);
-    startServer();
-    const ProcessResult off = run({});
-    EXPECT_EQ(off.exitCode, 0);
+    fs::remove_all(logFile().parent_path());
+    productKey("", kLoggingKey + "\"EnableUpdaterLogs\"=dword:00000000\n");
+    const ProcessResult off = run({"--install-services"});
     EXPECT_FALSE(fs::exists(logFile()));
-    EXPECT_NE(off.out.find("Update process completed successfully\n"), std::string::npos);
+    EXPECT_NE(off.out.find("Installing missing VELK service"), std::string::npos) << off.out;
     EXPECT_EQ(off.out.find("[INFO]"), std::string::npos);
-
-    productKey(installPathValue());
-    const ProcessResult warningsOnly = run({"--log-level", "warning"});
+    productKey();
+    const ProcessResult warningsOnly = run({"--install-services", "--log-level", "warning"});
     EXPECT_EQ(warningsOnly.out.find("[INFO]"), std::string::npos);
     EXPECT_NE(warningsOnly.err.find("[WARNING]"), std::string::npos);
     EXPECT_EQ(logText().find("[INFO]"), std::string::npos);
-    const ProcessResult plain = run({"--background"});
-    EXPECT_NE(plain.out.find("[INFO] [] VELK Update Client starting..."), std::string::npos);
-    EXPECT_EQ(plain.out.find("\033["), std::string::npos);
 }
 
-// Without root the program asks sudo for itself. A stand-in sudo on PATH refuses, as a
-// user declining the prompt would.
+// Without root the program asks sudo for itself; this stand-in sudo refuses.
 TEST_F(ServicesRunTest, UnprivilegedRunAsksForElevation) {
-    if (::geteuid() != 0) GTEST_SKIP() << "needs root to run the updater as another user";
-    const passwd* nobody = ::getpwnam("nobody");
-    if (nobody == nullptr) GTEST_SKIP() << "no unprivileged user 'nobody' on this machine";
-    const fs::path bin = dir_ / "bin";
-    writeFile(bin / "sudo", "#!/bin/sh\necho \"$@\" >> \"$(dirname \"$0\")/asked\"\n[ \"$1\" = \"-v\" ] && exit 1\nexit 0\n");
-    fs::permissions(bin / "sudo", fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec | fs::perms::others_read);
+    if (::geteuid() != 0 || ::getpwnam("nobody") == nullptr || !fs::exists("/usr/bin/setpriv")) {
+        GTEST_SKIP() << "needs root, a user 'nobody' and setpriv to run the updater unprivileged";
+    }
+    writeFile(dir_ / "sudo", "#!/bin/sh\necho \"$@\" >> \"$(dirname \"$0\")/asked\"\n"
+                             "[ \"$1\" = \"-v\" ] && exit 1\nexit 0\n");
     fs::permissions(dir_.path(), fs::perms::all);
-    fs::permissions(bin, fs::perms::all);
-    const std::string setpriv = "/usr/bin/setpriv";
-    if (!fs::exists(setpriv)) GTEST_SKIP() << "setpriv is not installed";
-    const ProcessResult result = runProcess(
-        setpriv, {"--reuid=nobody", "--regid=nogroup", "--clear-groups", builtProgram("VELK_Updater"), "--check-only"},
-        ProcessOptions{{{"PATH", bin.string() + ":/usr/bin:/bin"}, {"VELK_SYSTEM_ROOT", root().string()}}, "", ""});
+    fs::permissions(dir_ / "sudo", fs::perms::all);
+    ProcessOptions options = sandbox();
+    options.env["PATH"] = dir_.str() + ":/usr/bin:/bin";
+    const ProcessResult result = runProcess("/usr/bin/setpriv",
+                                            {"--reuid=nobody", "--regid=nogroup", "--clear-groups",
+                                             builtProgram("VELK_Updater"), "--check-only"},
+                                            options);
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out, "VELK Updater requires administrator privileges.\nRequesting elevation...\n");
     EXPECT_EQ(result.err, "Failed to elevate privileges: User cancelled UAC elevation prompt\n"
                           "Please run this program as Administrator.\n");
-    EXPECT_EQ(readFile(bin / "asked"), "-v\n");
+    EXPECT_EQ(readFile(dir_ / "asked"), "-v\n");
 }
 
-}  // namespace
-}  // namespace velk::test
-
-namespace velk::test {
-namespace {
-
-class StartFailureTest : public EndToEndTest {};
-
-TEST_F(StartFailureTest, LoggerThatCannotStartEndsWithOne) {
+// A file where the log folder belongs, then where the installation folder does.
+TEST_F(StartFailureTest, LoggerOrUpdateClientThatCannotStartEndsWithOne) {
     writeFile(installDir() / "logs", "a file where the log folder belongs");
-    const ProcessResult result = run({});
-    EXPECT_EQ(result.exitCode, 1);
-    // The folder's path exists (as a file), so only opening the log file fails.
-    EXPECT_EQ(result.err, "Failed to open log file: " + logFile().string() + "\nFailed to initialize logger\n");
-}
+    const ProcessResult logger = run({});
+    EXPECT_EQ(logger.exitCode, 1);
+    EXPECT_EQ(logger.err, "Failed to open log file: " + logFile().string() +
+                              "\nFailed to initialize logger\n");
 
-TEST_F(StartFailureTest, UpdateClientThatCannotStartEndsWithOne) {
     productKey("", kLoggingKey + "\"EnableUpdaterLogs\"=dword:00000000\n");
-    writeFile(dir_ / "not-a-folder", "x");
-    const ProcessResult result = run({"--install-dir", (dir_ / "not-a-folder").string()});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.err.find("Failed to initialize update client\n"), std::string::npos);
+    const ProcessResult client = run({"--install-dir", (installDir() / "logs").string()});
+    EXPECT_EQ(client.exitCode, 1);
+    EXPECT_NE(client.err.find("Failed to initialize update client\n"), std::string::npos);
 }
 
 }  // namespace
