@@ -129,7 +129,8 @@ TEST(StagedRollout, CohortsAreDrawnOnceKeptAndSplitTheFleet) {
     for (int i = 0; i < kRoots; ++i) {
         test::TempDir root;
         test::ScopedEnv env("VELK_SYSTEM_ROOT", root.str());
-        const char* record = i % 2 == 0 ? "\"Version\"=\"1.0.0\"\n" : "\"RolloutCohort\"=dword:00002710\n";
+        const char* record =
+            i % 2 == 0 ? "\"Version\"=\"1.0.0\"\n" : "\"RolloutCohort\"=dword:00002710\n";
         test::writeRegistry(root.path(), test::kProductKeyHeader + std::string(record));
         const std::uint32_t cohort = rolloutCohort();
         ASSERT_LT(cohort, kRolloutCohorts);

@@ -103,8 +103,8 @@ TEST(RegistryExport, MalformedFilesAreRejected) {
 }
 
 TEST_F(RegistryTest, ValuesAreReadAndWrittenAsTheWindowsCallsDo) {
-    writeRegistry(root(), std::string(test::kProductKeyHeader) +
-                              "\"Version\"=\"1.2.3\"\n\"Number\"=dword:00000001\n\"Keep\"=hex(a):01,02\n");
+    writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"Version\"=\"1.2.3\"\n" +
+                              "\"Number\"=dword:00000001\n\"Keep\"=hex(a):01,02\n");
     char small[3];
     std::uint32_t size = sizeof small;
     EXPECT_EQ(getStringValue(kKey, "Version", small, &size), kErrorMoreData);
