@@ -1,14 +1,11 @@
-// libFuzzer target: any text through the manifest reader, its structural rules and the text
-// a signature covers. A manifest the rules let through keeps its patch lists short and
-// well-formed, and its signed text reads back field by field to exactly the manifest's
-// patches: no value can pass for a field of its own.
+// libFuzzer target: any text through the manifest reader, its rules and its signed text. A
+// manifest the rules let through keeps its patch lists short and well-formed, and its signed
+// text reads back field by field to exactly its patches: no value passes for a field of its own.
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <string>
 #include <utility>
 #include <vector>
 
+#include "fuzz_support.hpp"
 #include "release/manifest.hpp"
 #include "release/signed_text.hpp"
 
@@ -33,12 +30,15 @@ bool readFields(const std::string& text, Fields& fields) {
     return true;
 }
 
-Fields patchFields(const Manifest& manifest) {
+// The patch fields a valid manifest's signed text ends with; traps on patches the rules refuse.
+Fields checkedPatchFields(const Manifest& manifest) {
     Fields fields;
     for (std::size_t index = 0; index < manifest.files.size(); ++index) {
         const auto& patches = manifest.files[index].patches;
+        if (patches.size() > kMaxPatchesPerFile) __builtin_trap();
         if (!patches.empty()) fields.emplace_back("patches_of", std::to_string(index));
         for (const auto& patch : patches) {
+            if (patch.size == 0 || patch.from_sha256.size() != 64 || patch.sha256.size() != 64) __builtin_trap();
             fields.emplace_back("patch_from", patch.from_sha256);
             fields.emplace_back("patch_sha256", patch.sha256);
             fields.emplace_back("patch_size", std::to_string(patch.size));
@@ -50,20 +50,14 @@ Fields patchFields(const Manifest& manifest) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto manifest = parseManifest(std::string(reinterpret_cast<const char*>(data), size));
+    const auto manifest = parseManifest(velk::fuzz::text(data, size));
     if (!manifest) return 0;
     const bool valid = validateManifest(*manifest).empty();
     if (valid != isManifestValid(*manifest)) __builtin_trap();
     Fields fields;
     if (!readFields(signedManifestText(*manifest), fields)) __builtin_trap();
     if (!valid) return 0;
-    for (const auto& file : manifest->files) {
-        if (file.patches.size() > kMaxPatchesPerFile) __builtin_trap();
-        for (const auto& patch : file.patches) {
-            if (patch.size == 0 || patch.from_sha256.size() != 64 || patch.sha256.size() != 64) __builtin_trap();
-        }
-    }
-    const Fields expected = patchFields(*manifest);
+    const Fields expected = checkedPatchFields(*manifest);
     if (fields.size() < expected.size() || !std::equal(expected.rbegin(), expected.rend(), fields.rbegin())) {
         __builtin_trap();
     }

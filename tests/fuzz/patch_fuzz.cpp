@@ -1,43 +1,23 @@
 // libFuzzer target: any bytes applied as a patch to a small installed copy. Nothing larger
 // than the entry's size is ever written, and what is reported as applied is what the file holds.
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <string>
 
 #include "delivery/patch.hpp"
-
-namespace {
-
-namespace fs = std::filesystem;
-
-constexpr std::uint64_t kFileSize = 16 * 1024;
-
-fs::path workFolder() {
-    static const fs::path folder = [] {
-        char name[] = "/tmp/velk_patch_fuzz_XXXXXX";
-        return fs::path(mkdtemp(name));
-    }();
-    return folder;
-}
-
-}  // namespace
+#include "fuzz_support.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace velk::updater;
+    namespace fs = std::filesystem;
+    constexpr std::uint64_t kFileSize = 16 * 1024;
     static const std::string base = [] {
         std::string bytes(8 * 1024, '\0');
         for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 % 251);
         return bytes;
     }();
-    const fs::path patch = workFolder() / "VELK.dll.patch";
-    const fs::path output = workFolder() / "VELK.dll.tmp";
+    const fs::path patch = velk::fuzz::workFolder() / "VELK.dll.patch";
+    const fs::path output = velk::fuzz::workFolder() / "VELK.dll.tmp";
     fs::remove(output);
-    std::ofstream(patch, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(data),
-                                                                  static_cast<std::streamsize>(size));
+    velk::fuzz::writeInput(patch, data, size);
     const PatchOutcome outcome = applyPatch(base, patch.string(), output.string(), kFileSize);
     std::error_code absent;
     if (fs::file_size(output, absent) > kFileSize && !absent) __builtin_trap();

@@ -1,14 +1,11 @@
-// libFuzzer target: a manifest entry's name, target path and URL, as three lines. Whatever
-// the path rules let through must stay inside the installation folder and below every
-// download base.
-#include <cstddef>
-#include <cstdint>
-#include <filesystem>
+// libFuzzer target: a manifest entry's name, target path and URL, as three lines. What the
+// path rules let through stays inside the installation folder and below every download base.
+#include <regex>
 #include <sstream>
-#include <string>
 #include <vector>
 
 #include "delivery/url_candidates.hpp"
+#include "fuzz_support.hpp"
 #include "release/path_rules.hpp"
 
 namespace {
@@ -30,19 +27,10 @@ bool staysInside(const std::string& targetPath) {
 
 // A server decodes "%2e" before it resolves a path; ".." in any spelling leaves the base.
 bool leavesBase(const std::string& path) {
-    std::string decoded;
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        const bool encodedDot = path[i] == '%' && (path.compare(i + 1, 2, "2e") == 0 || path.compare(i + 1, 2, "2E") == 0);
-        if (encodedDot) {
-            decoded += '.';
-            i += 2;
-        } else {
-            decoded += path[i] == '\\' ? '/' : path[i];
-        }
-    }
+    static const std::regex encodedDot("%2[eE]");
+    const std::string decoded = std::regex_replace(asPosix(path).string(), encodedDot, ".");
     std::stringstream segments(decoded.substr(0, decoded.find_first_of("?#")));
-    std::string segment;
-    while (std::getline(segments, segment, '/')) {
+    for (std::string segment; std::getline(segments, segment, '/');) {
         if (segment == "..") return true;
     }
     return false;
@@ -51,7 +39,7 @@ bool leavesBase(const std::string& path) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    std::stringstream input(std::string(reinterpret_cast<const char*>(data), size));
+    std::stringstream input(velk::fuzz::text(data, size));
     std::string name, targetPath, url;
     std::getline(input, name);
     std::getline(input, targetPath);

@@ -1,34 +1,22 @@
-// libFuzzer target: what a download server says about a transfer. An ETag is kept for the
-// next attempt only as it came and only when it cannot break a request line; a partial
-// answer is taken only when its Content-Range names exactly the rest of the file; no
-// Retry-After makes a wait longer than the policy allows.
+// libFuzzer target: what a download server says about a transfer. An ETag is kept only as it
+// came and only when it cannot break a request line; a partial answer only when its Content-Range
+// names exactly the rest of the file; no Retry-After waits longer than the policy allows.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <charconv>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
 
 #include "delivery/partial_download.hpp"
 #include "delivery/retry.hpp"
+#include "fuzz_support.hpp"
 
 namespace {
 
 using namespace velk::updater;
 namespace fs = std::filesystem;
+using velk::fuzz::workFolder;
 
 constexpr std::uint64_t kSize = 1000;
 constexpr std::uint64_t kKept = 100;
-
-fs::path workFolder() {
-    static const fs::path folder = [] {
-        char name[] = "/tmp/velk_transfer_fuzz_XXXXXX";
-        return fs::path(mkdtemp(name));
-    }();
-    return folder;
-}
 
 PartialDownload::Target target() {
     const fs::path file = workFolder() / "VELK.dll.tmp.partial";

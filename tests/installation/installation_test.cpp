@@ -21,12 +21,14 @@ using test::writeFile;
 using test::writeRegistry;
 
 constexpr const char* kServicesKey = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\";
+constexpr const char* kLoggingHeader = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\Logging]\n";
 
 class InstallationTest : public test::SystemRootTest {
 protected:
     InstallationTest() { fs::create_directories(installDir()); }
     fs::path installDir() const { return root() / "install"; }
     void product(const std::string& values) { writeRegistry(root(), kProductKeyHeader + values + "\n"); }
+    void logging(const std::string& values) { writeRegistry(root(), kLoggingHeader + values); }
     std::string registryText() const { return readFile(root() / "registry.reg"); }
 };
 
@@ -49,21 +51,30 @@ TEST(InstallationLayout, EveryPathOfTheInstallationIsFormedFromItsFolder) {
     EXPECT_EQ(layout.backupFile("VELK.dll", when), "/opt/VELK/backup/VELK.dll_20250305_140307.bak");
 }
 
-// The registered folder is read as text without trailing separators and NULs; without one,
-// or with a value that is no text, the folder under Program Files applies.
-TEST_F(InstallationTest, RegisteredFolderElseTheDefaultUnderProgramFiles) {
+// The product record's values are read as text without trailing NULs, the folder also without
+// trailing separators; a value that is no text counts as none. Without a folder, the one under
+// Program Files applies; "VELKInstalled" stands in for a "Version" that is no text.
+TEST_F(InstallationTest, ProductRecordIsReadAsTextWithItsFallbacks) {
     const std::string fallback = (root() / "Program Files" / "VELK").string();
-    const struct { std::string value, path; } rows[] = {
-        {"", ""},
-        {R"("InstallPath"="D:\\VELK\\\\")", "D:\\VELK"},
-        {R"("InstallPath"="C:\\")", "C:"},
-        {"\"InstallPath\"=hex(1):2f,00,6f,00,70,00,74,00,2f,00,76,00,2f,00,00,00,00,00", "/opt/v"},  // "/opt/v/", 2 NULs
-        {"\"InstallPath\"=dword:00000001", ""},
+    const struct { std::string values, path, version, build; } rows[] = {
+        {"", "", "", ""},
+        {R"("InstallPath"="D:\\VELK\\\\")", "D:\\VELK", "", ""},
+        {R"("InstallPath"="C:\\")", "C:", "", ""},
+        // "/opt/v/", "1.0.5" and "42", each followed by two NULs, in the export's UTF-16 form.
+        {"\"InstallPath\"=hex(1):2f,00,6f,00,70,00,74,00,2f,00,76,00,2f,00,00,00,00,00", "/opt/v", "", ""},
+        {"\"Version\"=hex(1):31,00,2e,00,30,00,2e,00,35,00,00,00,00,00\n"
+         "\"BuildNumber\"=hex(1):34,00,32,00,00,00,00,00", "", "1.0.5", "42"},
+        {"\"InstallPath\"=dword:00000001\n\"Version\"=dword:00000001", "", "", ""},
+        {"\"Version\"=\"2.0.0\"\n\"VELKInstalled\"=\"1.0.3\"\n\"BuildNumber\"=\"7\"", "", "2.0.0", "7"},
+        {"\"Version\"=dword:00000001\n\"VELKInstalled\"=\"1.0.3\"\n\"BuildNumber\"=dword:00000007", "", "1.0.3", ""},
+        {"\"VELKInstalled\"=\"1.0.3\"", "", "1.0.3", ""},
     };
     for (const auto& row : rows) {
-        product(row.value);
-        EXPECT_EQ(getRegistryInstallPath(), row.path) << row.value;
-        EXPECT_EQ(getDefaultInstallDirectory(), row.path.empty() ? fallback : row.path) << row.value;
+        product(row.values);
+        EXPECT_EQ(getRegistryInstallPath(), row.path) << row.values;
+        EXPECT_EQ(getDefaultInstallDirectory(), row.path.empty() ? fallback : row.path) << row.values;
+        EXPECT_EQ(getInstalledVersion(), row.version) << row.values;
+        EXPECT_EQ(getInstalledBuildNumber(), row.build) << row.values;
     }
 }
 
@@ -113,24 +124,6 @@ TEST_F(InstallationTest, ServicesCheckNamesWhatIsMissing) {
     }
 }
 
-// Read as text without trailing NULs; "VELKInstalled" stands in for a "Version" that is no text.
-TEST_F(InstallationTest, VersionAndBuildAreReadAsTextWithTheSecondCopyAsFallback) {
-    const struct { std::string values, version, build; } rows[] = {
-        {"", "", ""},
-        {"\"Version\"=\"2.0.0\"\n\"VELKInstalled\"=\"1.0.3\"\n\"BuildNumber\"=\"7\"", "2.0.0", "7"},
-        {"\"Version\"=dword:00000001\n\"VELKInstalled\"=\"1.0.3\"\n\"BuildNumber\"=dword:00000007", "1.0.3", ""},
-        {"\"VELKInstalled\"=\"1.0.3\"", "1.0.3", ""},
-        {"\"Version\"=dword:00000001", "", ""},
-        // "1.0.5" and "42", each followed by two NULs, in the export's UTF-16 form.
-        {"\"Version\"=hex(1):31,00,2e,00,30,00,2e,00,35,00,00,00,00,00\n\"BuildNumber\"=hex(1):34,00,32,00,00,00,00,00", "1.0.5", "42"},
-    };
-    for (const auto& row : rows) {
-        product(row.values);
-        EXPECT_EQ(getInstalledVersion(), row.version) << row.values;
-        EXPECT_EQ(getInstalledBuildNumber(), row.build) << row.values;
-    }
-}
-
 // Without the product key nothing is written; otherwise both version copies are set and an omitted
 // build is left alone. A registry that cannot be parsed is told apart from an absent one.
 TEST_F(InstallationTest, VersionIsWrittenOnlyUnderTheProductKey) {
@@ -158,12 +151,7 @@ TEST_F(InstallationTest, VersionIsWrittenOnlyUnderTheProductKey) {
     EXPECT_FALSE(productRecordError());
 }
 
-constexpr const char* kLoggingHeader = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\Logging]\n";
-
-class LoggingSettingsTest : public test::SystemRootTest {
-protected:
-    void logging(const std::string& values) { writeRegistry(root(), kLoggingHeader + values); }
-};
+using LoggingSettingsTest = InstallationTest;
 
 // A switch is read only as its own type: a value of another type, or none, leaves the
 // switch's default (an empty text or a zero byte taken for a number would turn logging off).
@@ -197,7 +185,6 @@ protected:
         writeFile(logDir() / name, "old line\n");
         fs::last_write_time(logDir() / name, fs::file_time_type::clock::now() - age - std::chrono::seconds(5));
     }
-    std::vector<std::string> lines() const { return log_.lines(); }
     std::vector<std::string> remaining() const {
         std::vector<std::string> names;
         for (const auto& entry : fs::directory_iterator(logDir())) names.push_back(entry.path().filename().string());
@@ -223,31 +210,29 @@ TEST_F(LogCleanupTest, WhenAskedRemovesOnlyOldDotLogFilesAtTopLevel) {
     logging("\"CleanupOnStartup\"=\"1\"\n");
     cleanup(logDir());
     EXPECT_EQ(remaining(), all);
-    EXPECT_TRUE(lines().empty());
+    EXPECT_TRUE(log_.lines().empty());
 
     logging("\"CleanupOnStartup\"=dword:00000001\n");
     cleanup(root() / "nowhere");
-    EXPECT_TRUE(lines().empty());
+    EXPECT_TRUE(log_.lines().empty());
     cleanup(logDir());
     EXPECT_EQ(remaining(), (std::vector<std::string>{"SHOUT.LOG", "recent.log", "sub", "updater.log.1"}));
     EXPECT_TRUE(fs::exists(logDir() / "sub" / "deep.log"));
-    EXPECT_EQ(lines(), (std::vector<std::string>{"[INFO] Cleaned up old log file: old.log",
-                                                 "[INFO] Log cleanup completed: removed 1 old log files"}));
+    EXPECT_EQ(log_.lines(), (std::vector<std::string>{"[INFO] Cleaned up old log file: old.log",
+                                                      "[INFO] Log cleanup completed: removed 1 old log files"}));
 }
 
 TEST_F(LogCleanupTest, ZeroRetentionRemovesEverythingAndOneStuckFileWarnsOnce) {
     logging("\"CleanupOnStartup\"=dword:00000001\n\"LogRetentionDays\"=dword:00000000\n");
-    addFile("a.log", std::chrono::hours(0));
-    addFile("b.log", std::chrono::hours(0));
-    addFile("stuck.log", std::chrono::hours(0));
+    for (const char* name : {"a.log", "b.log", "stuck.log"}) addFile(name, std::chrono::hours(0));
     test::ScopedImmutable stuck(logDir() / "stuck.log");
     if (!stuck.active()) GTEST_SKIP() << "the file system refuses the immutable attribute here";
 
     cleanup(logDir());
     EXPECT_EQ(remaining(), (std::vector<std::string>{"stuck.log"}));
     EXPECT_EQ(log_.count("[WARNING] Failed to remove log file " + (logDir() / "stuck.log").string() + ": "), 1u);
-    EXPECT_EQ(lines().back(), "[INFO] Log cleanup completed: removed 2 old log files");
-    EXPECT_EQ(lines().size(), 4u);
+    EXPECT_EQ(log_.lines().back(), "[INFO] Log cleanup completed: removed 2 old log files");
+    EXPECT_EQ(log_.lines().size(), 4u);
 }
 
 }  // namespace

@@ -19,10 +19,7 @@ namespace fs = std::filesystem;
 class LoggerTest : public ::testing::Test {
 protected:
     LoggerConfig fileConfig(const std::string& pattern = "[{level}] {message}") {
-        LoggerConfig config;
-        config.logFilePath = (dir_ / "logs" / "updater.log").string();
-        config.pattern = pattern;
-        return config;
+        return {.logFilePath = (dir_ / "logs" / "updater.log").string(), .pattern = pattern};
     }
     // The lines of the file of a logger that `use` logged through and that was then shut down.
     template <typename Use>
@@ -49,11 +46,9 @@ TEST_F(LoggerTest, PlaceholdersAreReplacedOnceEachInTheLineBuiltSoFar) {
         {"{thr{message}", true, true, "ead}", "", "4242"},
     };
     for (const auto& row : rows) {
-        LoggerConfig config;
-        config.pattern = row.pattern;
-        config.includeTimestamp = row.timestamp;
-        config.includeThreadId = row.thread;
-        config.timeFormat = "%S";
+        const LoggerConfig config{.logFilePath = "", .includeTimestamp = row.timestamp,
+                                  .includeThreadId = row.thread, .timeFormat = "%S",
+                                  .pattern = row.pattern};
         const LogEntry entry{LogLevel::Info, row.message, row.category, std::chrono::system_clock::from_time_t(0), "4242"};
         EXPECT_EQ(Logger(config).formatEntry(entry), row.line) << row.pattern;
     }
@@ -62,10 +57,9 @@ TEST_F(LoggerTest, PlaceholdersAreReplacedOnceEachInTheLineBuiltSoFar) {
 
 // The time text is kept from one line to the next only within its second.
 TEST_F(LoggerTest, EachLineCarriesTheSecondItWasLoggedIn) {
-    LoggerConfig config;
-    config.pattern = "{timestamp}";
-    config.timeFormat = "%S";  // the same in every time zone of whole minutes
-    const Logger logger(config);
+    // Seconds read the same in every time zone of whole minutes.
+    const Logger logger(
+        LoggerConfig{.logFilePath = "", .timeFormat = "%S", .pattern = "{timestamp}"});
     std::string seen;
     for (const std::int64_t ms : {1700000000000, 1700000000999, 1700000001000, 1700000000500, 1700000059000}) {
         const std::chrono::system_clock::time_point at{std::chrono::milliseconds(ms)};
@@ -149,11 +143,8 @@ TEST_F(LogForging, TerminalSequencesNeverReachTheConsole) {
         {"tab\tstays, C:\\Program Files\\VELK stays", "tab\tstays, C:\\Program Files\\VELK stays"},
         {"\xc3\x9c" "berwachung \xe2\x82\xac \xf0\x9f\x94\x92 \xc2\xa0", "\xc3\x9c" "berwachung \xe2\x82\xac \xf0\x9f\x94\x92 \xc2\xa0"},
     };
-    LoggerConfig config;
-    config.sinks = SinkConsole;
-    config.pattern = "{message}";
-    config.asyncMode = false;
-    Logger logger(config);
+    Logger logger(LoggerConfig{
+        .sinks = SinkConsole, .logFilePath = "", .pattern = "{message}", .asyncMode = false});
     ASSERT_TRUE(logger.initialize());
     for (const auto& row : rows) {
         EXPECT_EQ(platform::escapeControlCharacters(row.input), row.shown);  // also where the logger skips it
@@ -165,17 +156,12 @@ TEST_F(LogForging, TerminalSequencesNeverReachTheConsole) {
 
 class RotationTest : public ::testing::Test {
 protected:
-    RotationTest() {
-        config_.asyncMode = false;
-        config_.pattern = "{message}";
-        config_.logFilePath = path();
-    }
     std::string path(const std::string& suffix = "") const { return (dir_ / "updater.log").string() + suffix; }
     // A message whose line, with its line end, takes exactly `bytes` bytes on disk.
     static std::string lineOf(std::size_t bytes, char fill) { return std::string(bytes - test::kLineEnd.size(), fill); }
 
     test::TempDir dir_;
-    LoggerConfig config_;
+    LoggerConfig config_{.logFilePath = path(), .pattern = "{message}", .asyncMode = false};
 };
 
 // A file of exactly the limit stays; the line that crosses it stays in the file, which is then rotated.

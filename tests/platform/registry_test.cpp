@@ -102,8 +102,9 @@ TEST(RegistryExport, MalformedFilesAreRejected) {
     }
 }
 
-TEST_F(RegistryTest, TypedStringReadsBehaveLikeTheWindowsCall) {
-    writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"Version\"=\"1.2.3\"\n\"Number\"=dword:00000001\n");
+TEST_F(RegistryTest, ValuesAreReadAndWrittenAsTheWindowsCallsDo) {
+    writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"Version\"=\"1.2.3\"\n" +
+                              "\"Number\"=dword:00000001\n\"Keep\"=hex(a):01,02\n");
     char small[3];
     std::uint32_t size = sizeof small;
     EXPECT_EQ(getStringValue(kKey, "Version", small, &size), kErrorMoreData);
@@ -117,10 +118,7 @@ TEST_F(RegistryTest, TypedStringReadsBehaveLikeTheWindowsCall) {
     EXPECT_EQ(status, kErrorFileNotFound);
     readString("SOFTWARE\\Other", "Version", &status);
     EXPECT_EQ(status, kErrorFileNotFound);
-}
 
-TEST_F(RegistryTest, WritesNeedAnExistingKeyAndTheRightAccessAndKeepTheRest) {
-    writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"Keep\"=hex(a):01,02\n\"Version\"=\"1.0\"\n");
     RegistryKey missing;
     EXPECT_EQ(missing.open("SOFTWARE\\Quenmark\\Absent", RegistryAccess::SetValue), kErrorFileNotFound);
 
@@ -138,8 +136,8 @@ TEST_F(RegistryTest, WritesNeedAnExistingKeyAndTheRightAccessAndKeepTheRest) {
     ASSERT_TRUE(reloaded.has_value());
     const auto* values = reloaded->findKey(machineKeyPath(kKey));
     EXPECT_EQ(values->findValue("Keep")->data, "\x01\x02");
-    std::uint32_t type = 0, number = 0, size = 4;
-    EXPECT_EQ(key.queryValue("New", &type, &number, &size), kErrorSuccess);
+    std::uint32_t type = 0, number = 0, bytes = 4;
+    EXPECT_EQ(key.queryValue("New", &type, &number, &bytes), kErrorSuccess);
     EXPECT_EQ(type, kRegDword);
     EXPECT_EQ(number, 5u);
     // Only the registry file itself is left: the sibling was renamed over it.

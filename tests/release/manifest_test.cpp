@@ -165,7 +165,6 @@ TEST(ParseManifest, ReadingsOfValuesAndShapes) {
         {"/manifest/files/1/patches/0/url", "", "", "Patch URL is empty"},
         {"/manifest/files/1/patches/0/url", "../p", "../p", urlPathProblem("../p")},
     };
-    EXPECT_TRUE(isManifestValid(*parse(validDocument())));
     for (const auto& row : rows) {
         SCOPED_TRACE(row.pointer + " = " + row.value.dump());
         json document = validDocument();
@@ -178,6 +177,47 @@ TEST(ParseManifest, ReadingsOfValuesAndShapes) {
             EXPECT_EQ(isManifestValid(*manifest), row.problem.empty());
         }
     }
+}
+
+// Each text, and whether the rule lets it through.
+void expectAllowed(std::string (*problem)(const std::string&),
+                   const std::vector<std::pair<std::string, bool>>& rows) {
+    for (const auto& [text, allowed] : rows) EXPECT_EQ(problem(text).empty(), allowed) << text;
+}
+
+// Names reaching outside the folder or a device on some system, next to ordinary release names.
+TEST(ArbitraryInstallation, FileNamesMustBePlain) {
+    expectAllowed(fileNameProblem, {
+        {"VELK.dll", true},        {"VELK_Sys_x64.sys", true}, {"libcurl.dll", true},  {".hidden", true},
+        {"", false},               {".", false},               {"..", false},          {"../x", false},
+        {"sub/x", false},          {"sub\\x", false},          {"C:x", false},         {"x:stream", false},
+        {"a\nb", false},           {std::string("a\0b", 3), false}, {"x.", false},     {"x ", false},
+        {"CON", false},            {"nul.dll", false},         {"Com1.txt", false},    {"lpt9", false},
+        {"COM10", true},           {"CONSOLE.dll", true},      {"a|b", false},         {"a*b", false},
+        // The name is also a URL's last segment: these would ask the server for its parent.
+        {".%2E", false},           {"%2e%2e", false},          {"..#x", false},        {"100%.dll", true},
+    });
+}
+
+TEST(ArbitraryInstallation, TargetPathsStayInsideTheInstallationFolder) {
+    expectAllowed(targetPathProblem, {
+        {"VELK.dll", true},         {"drivers/VELK_Sys.sys", true}, {"drivers\\VELK_Sys.sys", true},
+        {"./VELK.dll", true},       {"", false},                    {"../../x", false},
+        {"sub/../../x", false},     {"sub\\..\\x", false},          {"/etc/passwd", false},
+        {"\\Windows\\x.dll", false}, {"C:\\Windows\\x.dll", false}, {"C:x.dll", false},
+        {"\\\\server\\share\\x", false}, {"//server/share/x", false}, {"sub/", false},
+        {"sub/.", false},           {"sub/CON/x", false},           {"VELK.dll:ads", false},
+    });
+}
+
+TEST(ArbitraryInstallation, DownloadUrlsStayBelowTheirBase) {
+    expectAllowed(urlPathProblem, {
+        {"files/VELK.dll", true},   {"https://cdn.example/files/VELK.dll", true}, {"VELK.dll?v=..", true},
+        {"../VELK.dll", false},     {"files/../../etc/x", false}, {"https://cdn.example/a/%2e%2E/x", false},
+        {"files/.%2e/x", false},    {"files\\..\\x", false},      {"files/x\r\nHost: evil", false},
+        // Not a leading http(s) scheme: the whole text is a path relative to the base.
+        {"../https://h/x", false}, {"ftp://../x", false},
+    });
 }
 
 }  // namespace
