@@ -49,10 +49,9 @@ public:
         while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     ~HttpTestServer() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stopping_ = true;
-        }
+        std::unique_lock<std::mutex> lock(mutex_);
+        stopping_ = true;
+        lock.unlock();
         stopped_.notify_all();
         server_.stop();
         thread_.join();
@@ -120,6 +119,7 @@ private:
         }
         res.status = found.status;
         if (!found.retryAfter.empty()) res.set_header("Retry-After", found.retryAfter);
+        const std::size_t size = found.body.size();
         switch (found.kind) {
             case Kind::Body: return res.set_content(found.body, "text/plain");
             case Kind::Redirect: return res.set_header("Location", found.body);
@@ -130,51 +130,48 @@ private:
                     sink.done();
                     return true;
                 });
-            case Kind::Short:
-                return res.set_content_provider(found.body.size() + 1, "text/plain",
-                                                [body = found.body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                                                    return offset == 0 && sink.write(body.data(), body.size());
-                                                });
+            case Kind::Short: return send(res, found.body, size + 1, size);
             case Kind::Ranged: return serveRanged(req, res, found);
-            case Kind::Slow:
-                return res.set_content_provider(found.body.size(), "application/octet-stream",
-                                                [this, body = found.body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-                                                    std::unique_lock<std::mutex> lock(mutex_);
-                                                    if (stopped_.wait_for(lock, std::chrono::milliseconds(500), [this] { return stopping_; })) return false;
-                                                    return sink.write(body.data() + offset, std::min<std::size_t>(1024, body.size() - offset));
-                                                });
-            case Kind::Stall:
-                return res.set_content_provider(1000, "text/plain", [this](std::size_t, std::size_t, httplib::DataSink&) {
-                    // Bounded, so that a client that never gives up cannot keep a test running.
-                    std::unique_lock<std::mutex> lock(mutex_);
-                    stopped_.wait_for(lock, std::chrono::seconds(30), [this] { return stopping_; });
-                    return false;
-                });
+            case Kind::Slow: return send(res, found.body, size, size, 1024, std::chrono::milliseconds(500));
+            case Kind::Stall: return send(res, "", 1000, 0, SIZE_MAX, std::chrono::seconds(30));
         }
+    }
+    // Sends `body` as an answer of `length` bytes, in blocks of at most `block`, each after
+    // `pause`, and closes the connection at `end`. A pause ends early when the server stops,
+    // so that a client that never gives up cannot keep a test running.
+    void send(httplib::Response& res, std::string body, std::size_t length, std::size_t end,
+              std::size_t block = SIZE_MAX, std::chrono::milliseconds pause = {},
+              std::atomic<std::uint64_t>* counted = nullptr) {
+        const auto provide = [=, this, body = std::move(body)](std::size_t offset, std::size_t wanted,
+                                                               httplib::DataSink& sink) {
+            if (stopsWithin(pause) || offset >= end) return false;  // closes the connection
+            const std::size_t n = std::min({wanted, block, end - offset});
+            if (counted != nullptr) *counted += n;
+            return sink.write(body.data() + offset, n);
+        };
+        res.set_content_provider(length, "application/octet-stream", provide);
+    }
+    bool stopsWithin(std::chrono::milliseconds pause) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return stopped_.wait_for(lock, pause, [this] { return stopping_; });
     }
     // Serves the rest from N for "Range: bytes=N-" when If-Range names this copy, else the
     // whole body; httplib's own range handling is switched off so the body is cut only here.
     void serveRanged(const httplib::Request& req, httplib::Response& res, const Answer& found) {
         const_cast<httplib::Request&>(req).ranges.clear();
         res.set_header("ETag", found.etag);
+        const std::size_t size = found.body.size();
         std::size_t from = 0;
         const std::string range = req.get_header_value("Range");
         if (range.starts_with("bytes=") && req.get_header_value("If-Range") == found.etag) {
-            from = std::min<std::size_t>(std::stoul(range.substr(6)), found.body.size());
+            from = std::min<std::size_t>(std::stoul(range.substr(6)), size);
             res.status = 206;
-            res.set_header("Content-Range", "bytes " + std::to_string(from) + "-" + std::to_string(found.body.size() - 1) +
-                                                "/" + std::to_string(found.body.size()));
+            res.set_header("Content-Range", "bytes " + std::to_string(from) + "-" + std::to_string(size - 1) +
+                                                "/" + std::to_string(size));
         }
-        const std::string rest = found.body.substr(from);
-        const std::size_t cutAt = found.cutAt;
-        res.set_content_provider(rest.size(), "application/octet-stream",
-                                 [this, rest, cutAt](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                                     const std::size_t end = cutAt > 0 ? std::min(cutAt, rest.size()) : rest.size();
-                                     if (offset >= end) return false;  // closes the connection mid-body
-                                     const std::size_t block = std::min(length, end - offset);
-                                     rangedSent_ += block;
-                                     return sink.write(rest.data() + offset, block);
-                                 });
+        const std::size_t rest = size - from;
+        const std::size_t end = found.cutAt > 0 ? std::min(found.cutAt, rest) : rest;
+        send(res, found.body.substr(from), rest, end, SIZE_MAX, {}, &rangedSent_);
     }
     httplib::ContentProviderWithoutLength endless() {
         return [this](std::size_t offset, httplib::DataSink& sink) {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <algorithm>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,26 +32,20 @@ public:
     }
 
     bool contains(const std::string& line) const {
-        for (const auto& each : lines()) {
-            if (each == line) return true;
-        }
-        return false;
+        const auto all = lines();
+        return std::ranges::find(all, line) != all.end();
     }
 
     // How many lines start with `prefix`.
     std::size_t count(const std::string& prefix) const {
-        std::size_t found = 0;
-        for (const auto& each : lines()) found += each.starts_with(prefix) ? 1 : 0;
-        return found;
+        return static_cast<std::size_t>(std::ranges::count_if(
+            lines(), [&](const std::string& each) { return each.starts_with(prefix); }));
     }
 
     // Lines from the first one equal to `first` on, or nothing when it is absent.
     std::vector<std::string> from(const std::string& first) const {
-        auto all = lines();
-        for (std::size_t i = 0; i < all.size(); ++i) {
-            if (all[i] == first) return {all.begin() + static_cast<std::ptrdiff_t>(i), all.end()};
-        }
-        return {};
+        const auto all = lines();
+        return {std::ranges::find(all, first), all.end()};
     }
 
     void clear() { writeFile(dir_.path() / "capture.log", ""); }

@@ -1,9 +1,10 @@
 #include "support/test_support.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <random>
-#include <sstream>
 
 namespace velk::test {
 
@@ -26,9 +27,7 @@ TempDir::~TempDir() {
 }
 
 ScopedEnv::ScopedEnv(const std::string& name, const std::string& value) : name_(name) {
-    if (const char* old = std::getenv(name.c_str())) {
-        previous_ = old;
-    }
+    if (const char* old = std::getenv(name.c_str())) previous_ = old;
     setEnvironment(name, value);
 }
 
@@ -36,19 +35,13 @@ ScopedEnv::~ScopedEnv() { setEnvironment(name_, previous_); }
 
 std::string readFile(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::vector<std::string> splitLines(const std::string& text) {
     std::vector<std::string> lines;
     for (std::size_t start = 0; start < text.size();) {
-        const std::size_t end = text.find(kLineEnd, start);
-        if (end == std::string::npos) {
-            lines.push_back(text.substr(start));
-            break;
-        }
+        const std::size_t end = std::min(text.find(kLineEnd, start), text.size());
         lines.push_back(text.substr(start, end - start));
         start = end + kLineEnd.size();
     }
@@ -56,9 +49,7 @@ std::vector<std::string> splitLines(const std::string& text) {
 }
 
 void writeFile(const fs::path& path, const std::string& content) {
-    if (path.has_parent_path()) {
-        fs::create_directories(path.parent_path());
-    }
+    if (path.has_parent_path()) fs::create_directories(path.parent_path());
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << content;
 }

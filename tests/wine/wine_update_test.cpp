@@ -1,6 +1,6 @@
-// VELK_Updater.exe under Wine against the local update server: a real update of plain
-// files and one by patch, with the product record (version and rollout cohort) read and written in the Wine
-// prefix's registry and the missing service registered through the prefix's service manager.
+// VELK_Updater.exe under Wine against the local update server: a real update of plain files
+// and one by patch, with the product record (version and rollout cohort) read and written in
+// the prefix's registry, and the missing service registered through its service manager.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -33,7 +33,9 @@ protected:
         EndToEndTest::SetUp();
         wine({"reg", "delete", kProductKey, "/f"});
         wine({"sc", "delete", "VELKSvc"});
-        ASSERT_EQ(reg({"add", kProductKey, "/v", "InstallPath", "/t", "REG_SZ", "/d", windowsPath(installDir()), "/f"}), 0);
+        ASSERT_EQ(setValue("InstallPath", windowsPath(installDir())), 0);
+        ASSERT_EQ(setValue("Version", "1.0.0"), 0);
+        ASSERT_EQ(setValue("BuildNumber", "100"), 0);
     }
     void TearDown() override {
         if (!exe_.empty()) wine({"reg", "delete", kProductKey, "/f"});
@@ -42,23 +44,17 @@ protected:
     ProcessResult wine(std::vector<std::string> args) {
         return runProcess("/usr/bin/wine", args, ProcessOptions{{{"WINEDEBUG", "-all"}}, "", ""});
     }
-    int reg(std::vector<std::string> args) {
-        args.insert(args.begin(), "reg");
-        return wine(args).exitCode;
+    int setValue(const std::string& name, const std::string& text) {
+        return wine({"reg", "add", kProductKey, "/v", name, "/t", "REG_SZ", "/d", text, "/f"}).exitCode;
     }
     std::string regQuery(const std::string& name) { return wine({"reg", "query", kProductKey, "/v", name}).out; }
-    ProcessResult updater(std::vector<std::string> args = {}) {
-        args.insert(args.begin(), exe_.string());
-        return wine(args);
-    }
+    ProcessResult updater() { return wine({exe_.string()}); }
 
     fs::path exe_;
 };
 
 TEST_F(WineUpdateTest, PlainFilesAreReplacedAndTheNewVersionIsRecorded) {
     for (const auto& [name, content] : kRelease1) writeFile(installDir() / name, content);
-    ASSERT_EQ(reg({"add", kProductKey, "/v", "Version", "/t", "REG_SZ", "/d", "1.0.0", "/f"}), 0);
-    ASSERT_EQ(reg({"add", kProductKey, "/v", "BuildNumber", "/t", "REG_SZ", "/d", "100", "/f"}), 0);
     publish("2.0.0", "200", kRelease2);
     startServer();
 
@@ -94,8 +90,6 @@ TEST_F(WineUpdateTest, PatchedUpdateUsesTheInstalledCopy) {
     std::string library;
     for (int i = 0; i < 5000; ++i) library += "function " + std::to_string(i) + ";\n";
     writeFile(installDir() / "VELK.dll", library + "1.0");
-    ASSERT_EQ(reg({"add", kProductKey, "/v", "Version", "/t", "REG_SZ", "/d", "1.0.0", "/f"}), 0);
-    ASSERT_EQ(reg({"add", kProductKey, "/v", "BuildNumber", "/t", "REG_SZ", "/d", "100", "/f"}), 0);
     writeFile(dir_ / "old" / "VELK.dll", library + "1.0");
     publish("2.0.0", "200", {{"VELK.dll", library + "2.0"}}, {"--delta-from", (dir_ / "old").string()});
     writeFile(rules(), "/cdn/files/VELK.dll 404\n/mirror/files/VELK.dll 404\n/origin/files/VELK.dll 404\n");

@@ -1,7 +1,6 @@
 #include "support/process_runner.hpp"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -9,6 +8,7 @@
 
 #include <array>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -19,23 +19,6 @@ extern char** environ;
 namespace velk::test {
 namespace {
 
-// A pipe whose reading end the test keeps; the writing end goes to the child.
-struct Pipe {
-    int read = -1;
-    int write = -1;
-    Pipe() {
-        int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
-        read = fds[0];
-        write = fds[1];
-    }
-    ~Pipe() {
-        for (int fd : {read, write}) {
-            if (fd >= 0) ::close(fd);
-        }
-    }
-};
-
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
     for (auto& text : texts) result.push_back(text.data());
@@ -43,15 +26,12 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
     return result;
 }
 
-// Starts `program` with its standard input read from `input` (empty: inherited) and its
-// standard output and error on the given descriptors (-1: inherited).
+// Starts `program` with its standard streams redirected by what `redirect` adds.
 pid_t spawn(const std::string& program, const std::vector<std::string>& args, const ProcessOptions& options,
-            const std::string& input, int stdoutFd, int stderrFd) {
+            const std::function<void(posix_spawn_file_actions_t*)>& redirect) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    if (!input.empty()) posix_spawn_file_actions_addopen(&actions, 0, input.c_str(), O_RDONLY, 0);
-    if (stdoutFd >= 0) posix_spawn_file_actions_adddup2(&actions, stdoutFd, 1);
-    if (stderrFd >= 0) posix_spawn_file_actions_adddup2(&actions, stderrFd, 2);
+    redirect(&actions);
     if (!options.workingDirectory.empty()) {
         posix_spawn_file_actions_addchdir_np(&actions, options.workingDirectory.c_str());
     }
@@ -81,37 +61,39 @@ int waitFor(pid_t pid) {
 
 }  // namespace
 
-// The input comes from a file, so only the two output pipes need watching.
+// The standard streams are files, read once the program has ended: output of a process it
+// left running cannot keep the test waiting.
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
                          const ProcessOptions& options) {
     const TempDir dir;
     writeFile(dir / "input", options.input);
-    Pipe out, err;
-    const pid_t pid = spawn(program, args, options, (dir / "input").string(), out.write, err.write);
-    ::close(std::exchange(out.write, -1));
-    ::close(std::exchange(err.write, -1));
+    const pid_t pid = spawn(program, args, options, [&](posix_spawn_file_actions_t* files) {
+        posix_spawn_file_actions_addopen(files, 0, (dir / "input").c_str(), O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(files, 1, (dir / "out").c_str(), O_WRONLY | O_CREAT, 0600);
+        posix_spawn_file_actions_addopen(files, 2, (dir / "err").c_str(), O_WRONLY | O_CREAT, 0600);
+    });
     ProcessResult result;
-    std::array<pollfd, 2> polls{pollfd{out.read, POLLIN, 0}, pollfd{err.read, POLLIN, 0}};
-    std::array<std::string*, 2> texts{&result.out, &result.err};
-    std::array<char, 65536> buffer{};
-    while (polls[0].fd >= 0 || polls[1].fd >= 0) {
-        if (::poll(polls.data(), polls.size(), -1) < 0 && errno != EINTR) break;
-        for (std::size_t i = 0; i < polls.size(); ++i) {
-            if (polls[i].fd < 0 || polls[i].revents == 0) continue;
-            const ssize_t n = ::read(polls[i].fd, buffer.data(), buffer.size());
-            if (n > 0) texts[i]->append(buffer.data(), static_cast<std::size_t>(n));
-            if (n <= 0) polls[i].fd = -1;  // the Pipe closes it
-        }
-    }
     result.exitCode = waitFor(pid);
+    result.out = readFile(dir / "out");
+    result.err = readFile(dir / "err");
     return result;
 }
 
 BackgroundProcess::BackgroundProcess(const std::string& program, const std::vector<std::string>& args,
                                      const ProcessOptions& options) {
-    Pipe out;
-    pid_ = spawn(program, args, options, "", out.write, -1);
-    out_ = std::exchange(out.read, -1);
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+    out_ = fds[0];
+    try {
+        pid_ = spawn(program, args, options, [&](posix_spawn_file_actions_t* actions) {
+            posix_spawn_file_actions_adddup2(actions, fds[1], 1);
+        });
+    } catch (...) {
+        ::close(fds[0]);
+        ::close(fds[1]);
+        throw;
+    }
+    ::close(fds[1]);
 }
 
 BackgroundProcess::~BackgroundProcess() { stop(); }
@@ -130,10 +112,7 @@ std::string BackgroundProcess::readLine() {
 }
 
 int BackgroundProcess::stop(int signal) {
-    if (out_ >= 0) {
-        ::close(out_);
-        out_ = -1;
-    }
+    if (out_ >= 0) ::close(std::exchange(out_, -1));
     if (pid_ <= 0) return -1;
     ::kill(pid_, signal);
     return waitFor(std::exchange(pid_, -1));
