@@ -23,17 +23,14 @@ protected:
 };
 
 TEST_F(SelfUpdaterTest, RecognisesUpdaterFilesByExactName) {
-    SelfUpdater updater = make();
-    const auto isUpdaterFile = [&](const std::string& name) {
-        ManifestFile file;
+    const std::pair<std::string, bool> rows[] = {
+        {"Updater.exe", true},       {"libcurl.dll", true},      {"libsodium.dll", true},
+        {"zlib1.dll", true},         {"LIBCURL.DLL", false},     {"VELK_Updater.exe", false},
+        {"libcurl.dll.bak", false},  {"VELK.dll", false},        {"", false}};
+    ManifestFile file;
+    for (const auto& [name, updaterFile] : rows) {
         file.name = name;
-        return updater.isUpdaterFile(file);
-    };
-    for (const char* name : {"Updater.exe", "libcurl.dll", "libsodium.dll", "zlib1.dll"}) {
-        EXPECT_TRUE(isUpdaterFile(name)) << name;
-    }
-    for (const char* name : {"LIBCURL.DLL", "VELK_Updater.exe", "libcurl.dll.bak", "VELK.dll", ""}) {
-        EXPECT_FALSE(isUpdaterFile(name)) << name;
+        EXPECT_EQ(make().isUpdaterFile(file), updaterFile) << name;
     }
 }
 
