@@ -34,6 +34,13 @@ protected:
         }
         return *downloader_;
     }
+    // Downloads the entry of `content`, expecting those bytes at the path it reports.
+    Delivery delivered(const std::string& content, const std::string& name = "VELK.dll") {
+        const Delivery result = downloader().download(test::entry(name, content));
+        EXPECT_TRUE(result.success) << result.errorMessage;
+        EXPECT_EQ(test::readFile(result.path), content);
+        return result;
+    }
 
     test::TempDir dir_;
     test::HttpTestServer server_;
