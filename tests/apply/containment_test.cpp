@@ -12,7 +12,6 @@ protected:
     fs::path outside() const { return root() / "outside"; }
     void SetUp() override {
         ClientTest::SetUp();
-        fs::create_directories(outside());
         test::writeFile(outside() / "victim", "precious");
     }
 };

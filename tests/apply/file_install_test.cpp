@@ -81,11 +81,10 @@ TEST_F(InstallationTest, SecondBackupInTheSameSecondFails) {
     file.backup = true;
     test::writeFile(installed("VELK.dll"), "old");
     // Both installations must fall in one wall-clock second for the names to collide.
-    auto intoSecond = [] {
-        const auto now = std::chrono::system_clock::now();
-        return now - std::chrono::floor<std::chrono::seconds>(now);
-    };
-    while (intoSecond() > std::chrono::milliseconds(500)) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    while (std::chrono::system_clock::now().time_since_epoch() % std::chrono::seconds(1) >
+           std::chrono::milliseconds(500)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     ASSERT_TRUE(updater().installFile(file, downloaded("VELK.dll", "new"), {}).success);
     ASSERT_EQ(backups().size(), 1u);
     EXPECT_EQ(backups()[0].filename().string().rfind("VELK.dll_", 0), 0u);

@@ -34,8 +34,10 @@ TEST_F(SelfUpdaterTest, RecognisesUpdaterFilesByExactName) {
     }
 }
 
-// The running executable must be there; the copy it replaced goes.
-TEST_F(SelfUpdaterTest, VerifyRemovesTheOldCopyOfTheRunningExecutable) {
+// The running executable must be there, and the copy it replaced goes. The clean-up takes only
+// the updater's own backups at the top of the folder, by their exact names; a missing folder is
+// no error.
+TEST_F(SelfUpdaterTest, OldCopiesOfTheUpdaterGo) {
     SelfUpdater updater = make();
     writeFile(dir_ / "VELK_Updater.exe.old", "older exe");
     EXPECT_FALSE(updater.verifySelfUpdate());
@@ -43,11 +45,7 @@ TEST_F(SelfUpdaterTest, VerifyRemovesTheOldCopyOfTheRunningExecutable) {
     EXPECT_TRUE(updater.verifySelfUpdate());
     EXPECT_FALSE(fs::exists(dir_ / "VELK_Updater.exe.old"));
     EXPECT_TRUE(fs::exists(dir_ / "VELK_Updater.exe"));
-}
 
-// Only the updater's own backups at the top of the folder go, by their exact names; a
-// missing folder is no error.
-TEST_F(SelfUpdaterTest, CleanupRemovesOnlyUpdaterBackupsAtTheTop) {
     for (const char* name : {"VELK_Updater.exe.old", "Updater.exe.bak", "VELK.dll.bak", "updater.exe.old",
                              "Updater.exe", "backup/Updater.exe.bak"}) {
         writeFile(dir_ / name, "x");
@@ -61,6 +59,7 @@ TEST_F(SelfUpdaterTest, CleanupRemovesOnlyUpdaterBackupsAtTheTop) {
     EXPECT_FALSE(fs::exists(dir_ / "Updater.exe.bak"));
     EXPECT_EQ(log_.lines().back(), "[INFO] Cleaned up 2 old backup files");
     fs::remove_all(dir_.path());
+    log_.clear();
     make().cleanupOldBackups();
     EXPECT_EQ(log_.count("[WARNING]"), 0u);
     fs::create_directories(dir_.path());  // for the fixture's clean-up

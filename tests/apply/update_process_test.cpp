@@ -1,5 +1,4 @@
 #include "client_fixture.hpp"
-#include "support/manifest_entry.hpp"
 
 namespace velk::updater {
 namespace {
@@ -35,7 +34,7 @@ TEST_F(UpdateTest, OrdinaryFilesThenTheUpdaterLibrariesAndNeverTheUpdater) {
 }
 
 TEST_F(UpdateTest, TempFileIsAcceptedOnlyWithTheListedSizeAndDigest) {
-    const ManifestFile file = test::entry("libsodium.dll", "good");
+    const ManifestFile file = entry("libsodium.dll", "good");
     const std::string path = (install_ / "libsodium.dll_temp").string();
     EXPECT_FALSE(client().verifyTempFile(path, file));
     for (const auto& [content, accepted] :
