@@ -22,13 +22,16 @@ namespace fs = std::filesystem;
 using test::entry;
 using test::sha256Hex;
 
-// An installation folder in a fresh system root, and a loopback server behind three download
-// bases. `config_` holds the file updater's settings until the updater or client is made.
+// An installation of 1.0.0 (build 100) in a fresh system root, a temporary directory of its own
+// and a loopback server behind three download bases. A test drives a file updater or an update
+// client over it, each made on first use with `config_`.
 class ApplyTest : public test::SystemRootTest {
 protected:
     void SetUp() override {
         ASSERT_TRUE(CryptoUtils::initialize());
+        ASSERT_TRUE(http_.initialize());
         fs::create_directories(install_);
+        registry("\"Version\"=\"1.0.0\"\n\"BuildNumber\"=\"100\"\n");
         config_.baseUrls = {server_.url("/cdn"), server_.url("/mirror/"), server_.url("/origin")};
         config_.transfer = test::quickRetries();
     }
@@ -36,49 +39,6 @@ protected:
 
     fs::path installed(const std::string& relative) const { return install_ / relative; }
     fs::path downloads() const { return install_ / ".velk_downloads"; }
-
-    test::HttpTestServer server_;
-    test::LogCapture log_;
-    fs::path install_ = root() / "install";
-    FileUpdaterConfig config_;
-};
-
-// A file updater of its own over the installation.
-class FileUpdaterTest : public ApplyTest {
-protected:
-    void SetUp() override {
-        ApplyTest::SetUp();
-        ASSERT_TRUE(http_.initialize());
-    }
-
-    FileUpdater& updater() {
-        if (!updater_) {
-            config_.layout = InstallationLayout(install_.string());
-            updater_ = std::make_unique<FileUpdater>(config_, http_, log_.logger());
-            EXPECT_TRUE(updater_->initialize());
-        }
-        return *updater_;
-    }
-    static Manifest manifestOf(const std::vector<ManifestFile>& files) {
-        Manifest manifest;
-        manifest.version = "2.0.0";
-        manifest.files = files;
-        return manifest;
-    }
-
-    HttpClient http_{HttpConfig{}};
-    std::unique_ptr<FileUpdater> updater_;
-};
-
-// An update client over an installation of 1.0.0 (build 100), with a temporary directory of
-// its own.
-class ClientTest : public ApplyTest {
-protected:
-    void SetUp() override {
-        ApplyTest::SetUp();
-        registry("\"Version\"=\"1.0.0\"\n\"BuildNumber\"=\"100\"\n");
-    }
-
     void registry(const std::string& productValues, const std::string& extraKeys = "") {
         test::writeRegistry(root(), test::kProductKeyHeader + productValues + "\n" + extraKeys);
     }
@@ -96,7 +56,21 @@ protected:
                               {"signature", {{"algorithm", "Ed25519"}, {"public_key", "a2V5"}, {"signature", "c2ln"}}}}
             .dump();
     }
+    static Manifest manifestOf(const std::vector<ManifestFile>& files) {
+        Manifest manifest;
+        manifest.version = "2.0.0";
+        manifest.files = files;
+        return manifest;
+    }
 
+    FileUpdater& updater() {
+        if (!updater_) {
+            config_.layout = InstallationLayout(install_.string());
+            updater_ = std::make_unique<FileUpdater>(config_, http_, log_.logger());
+            EXPECT_TRUE(updater_->initialize());
+        }
+        return *updater_;
+    }
     UpdateClient& client() {
         if (!client_) {
             config_.layout = InstallationLayout(install_.string());
@@ -114,9 +88,17 @@ protected:
         return *client_;
     }
 
+    test::HttpTestServer server_;
+    test::LogCapture log_;
     test::TempDir tmp_;
     test::ScopedEnv tmpEnv_{"TMPDIR", tmp_.str()};
+    fs::path install_ = root() / "install";
+    FileUpdaterConfig config_;
+    HttpClient http_{HttpConfig{}};
+    std::unique_ptr<FileUpdater> updater_;
     std::unique_ptr<UpdateClient> client_;
 };
+using FileUpdaterTest = ApplyTest;
+using ClientTest = ApplyTest;
 
 }  // namespace velk::updater
