@@ -15,6 +15,9 @@ namespace velk::updater {
 
 namespace fs = std::filesystem;
 
+using test::entry;
+using test::sha256Hex;
+
 // A downloader into a fresh download folder, with a loopback server behind three bases.
 class DownloadTest : public ::testing::Test {
 protected:

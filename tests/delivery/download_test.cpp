@@ -1,17 +1,11 @@
 #include <archive.h>
 #include <archive_entry.h>
-#include <gtest/gtest.h>
-
-#include <memory>
 
 #include "delivery/url_candidates.hpp"
 #include "download_fixture.hpp"
 
 namespace velk::updater {
 namespace {
-
-using test::entry;
-using test::sha256Hex;
 
 struct ZipEntry { std::string name, content; bool symlink = false; };  // a link's content is its target
 

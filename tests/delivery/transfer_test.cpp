@@ -5,8 +5,6 @@ namespace {
 
 using Answer = test::HttpTestServer::Answer;
 using Kind = test::HttpTestServer::Kind;
-using test::entry;
-using test::sha256Hex;
 
 std::string bytes(std::size_t size) {
     std::string text(size, '\0');
