@@ -22,9 +22,8 @@ namespace fs = std::filesystem;
 using test::entry;
 using test::sha256Hex;
 
-// An installation of 1.0.0 (build 100) in a fresh system root, a temporary directory of its own
-// and a loopback server behind three download bases. A test drives a file updater or an update
-// client over it, each made on first use with `config_`.
+// Installation 1.0.0 (build 100) in a fresh system root, its own temporary directory, a loopback
+// server behind three bases; the file updater or client is made on first use, with `config_`.
 class ApplyTest : public test::SystemRootTest {
 protected:
     void SetUp() override {

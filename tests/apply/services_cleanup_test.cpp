@@ -5,9 +5,8 @@ namespace {
 
 const std::string kServices = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\";
 
-// The services mode (install the services, then clean up), from the registry, the driver files,
-// the store and earlier runs' leftovers to what is registered, stored and left. Leftovers are
-// known by name only, a folder of such a name stays, and the backup folder goes once empty.
+// The services mode (install, then clean up), from registry, driver files, store and leftovers to
+// what is registered, stored and left: leftovers go by name (folders never), the backup once empty.
 using ServicesModeTest = ClientTest;
 TEST_F(ServicesModeTest, ServicesAndCleanupFromEachSituation) {
     struct Row {

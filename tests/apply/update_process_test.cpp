@@ -7,9 +7,8 @@ using nlohmann::json;
 
 class UpdateTest : public ClientTest {};
 
-// The updater's own executables are never taken; its libraries (in use while it runs) come
-// from their entry's URL to beside their targets once the rest is in and the version recorded.
-// One that fails (a 206 to a request without a range) is not left half there.
+// The updater's executables are never taken; its libraries come from their own URLs to beside
+// their targets after the rest and the version record, and one that fails is not left half there.
 TEST_F(UpdateTest, OrdinaryFilesThenTheUpdaterLibrariesAndNeverTheUpdater) {
     std::vector<json> files = {publish("VELK_Updater.exe", "ui"), publish("Updater.exe", "up"),
                                publish("VELK.dll", "library"), publish("libcurl.dll", "curl bytes"),
