@@ -1,42 +1,45 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sodium.h>
 
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "apply/update_client.hpp"
 #include "crypto/crypto_utils.hpp"
 #include "installation/version_record.hpp"
-#include "release/path_rules.hpp"
 #include "platform/process.hpp"
-#include "support/http_test_server.hpp"
-#include "support/quick_retries.hpp"
 #include "support/digest.hpp"
+#include "support/http_test_server.hpp"
 #include "support/log_capture.hpp"
+#include "support/manifest_entry.hpp"
+#include "support/quick_retries.hpp"
 
 namespace velk::updater {
 
 namespace fs = std::filesystem;
 
+using test::entry;
 using test::sha256Hex;
 
-// An update client over a fresh system root, installation and temporary directory, with
-// a loopback server behind its three download bases.
-class ClientTest : public test::SystemRootTest {
+// Installation 1.0.0 (build 100) in a fresh system root, its own temporary directory, a loopback
+// server behind three bases; the file updater or client is made on first use, with `config_`.
+class ApplyTest : public test::SystemRootTest {
 protected:
     void SetUp() override {
         ASSERT_TRUE(CryptoUtils::initialize());
-        fs::create_directories(installDir());
-        fs::create_directories(tmp_.path());
+        ASSERT_TRUE(http_.initialize());
+        fs::create_directories(install_);
         registry("\"Version\"=\"1.0.0\"\n\"BuildNumber\"=\"100\"\n");
+        config_.baseUrls = {server_.url("/cdn"), server_.url("/mirror/"), server_.url("/origin")};
+        config_.transfer = test::quickRetries();
     }
     void TearDown() override { CryptoUtils::cleanup(); }
 
-    fs::path installDir() const { return root() / "install"; }
-    fs::path downloadDir() const { return installDir() / ".velk_downloads"; }
+    fs::path installed(const std::string& relative) const { return install_ / relative; }
+    fs::path downloads() const { return install_ / ".velk_downloads"; }
     void registry(const std::string& productValues, const std::string& extraKeys = "") {
-        test::writeRegistry(root(), std::string(test::kProductKeyHeader) + productValues + "\n" + extraKeys);
+        test::writeRegistry(root(), test::kProductKeyHeader + productValues + "\n" + extraKeys);
     }
     std::string registryText() const { return test::readFile(root() / "registry.reg"); }
 
@@ -52,31 +55,49 @@ protected:
                               {"signature", {{"algorithm", "Ed25519"}, {"public_key", "a2V5"}, {"signature", "c2ln"}}}}
             .dump();
     }
+    static Manifest manifestOf(const std::vector<ManifestFile>& files) {
+        Manifest manifest;
+        manifest.version = "2.0.0";
+        manifest.files = files;
+        return manifest;
+    }
 
+    FileUpdater& updater() {
+        if (!updater_) {
+            config_.layout = InstallationLayout(install_.string());
+            updater_ = std::make_unique<FileUpdater>(config_, http_, log_.logger());
+            EXPECT_TRUE(updater_->initialize());
+        }
+        return *updater_;
+    }
     UpdateClient& client() {
         if (!client_) {
-            FileUpdaterConfig files;
-            files.layout = InstallationLayout(installDir().string());
-            files.baseUrls = {server_.url("/cdn"), server_.url("/mirror"), server_.url("/origin")};
-            files.transfer = test::quickRetries();
+            config_.layout = InstallationLayout(install_.string());
             ManifestVerifierConfig verifier;
             verifier.currentVersion = getInstalledVersion().empty() ? "0.0.0" : getInstalledVersion();
             verifier.currentBuildNumber = getInstalledBuildNumber().empty() ? "0" : getInstalledBuildNumber();
             SelfUpdaterConfig self;
-            self.installDirectory = installDir().string();
+            self.installDirectory = install_.string();
             self.currentExecutable = platform::executablePath();
-            client_ = std::make_unique<UpdateClient>(HttpConfig{}, files, verifier, self, log_.logger());
+            client_ = std::make_unique<UpdateClient>(HttpConfig{}, config_, verifier, self,
+                                                     log_.logger());
             EXPECT_TRUE(client_->initialize());
             log_.clear();
         }
         return *client_;
     }
 
-    test::TempDir tmp_;
-    test::ScopedEnv tmpEnv_{"TMPDIR", tmp_.str()};
     test::HttpTestServer server_;
     test::LogCapture log_;
+    test::TempDir tmp_;
+    test::ScopedEnv tmpEnv_{"TMPDIR", tmp_.str()};
+    fs::path install_ = root() / "install";
+    FileUpdaterConfig config_;
+    HttpClient http_{HttpConfig{}};
+    std::unique_ptr<FileUpdater> updater_;
     std::unique_ptr<UpdateClient> client_;
 };
+using FileUpdaterTest = ApplyTest;
+using ClientTest = ApplyTest;
 
 }  // namespace velk::updater

@@ -12,29 +12,24 @@ protected:
     fs::path outside() const { return root() / "outside"; }
     void SetUp() override {
         ClientTest::SetUp();
-        fs::create_directories(outside());
         test::writeFile(outside() / "victim", "precious");
-    }
-    // An entry whose size is wrong for the victim, so a check would delete it.
-    json entryAt(const std::string& targetPath) {
-        json entry = publish("VELK.dll", "new library");
-        entry["target_path"] = targetPath;
-        return entry;
     }
 };
 
+// The entry's size is wrong for the victim, so a check would delete it.
 TEST_F(ContainmentTest, ArbitraryDeletionThroughALinkedFolderIsRefused) {
-    fs::create_directory_symlink(outside(), installDir() / "linked");
-    EXPECT_FALSE(client().processManifest(manifest("2.0.0", "1", {entryAt("linked/victim")})));
+    fs::create_directory_symlink(outside(), install_ / "linked");
+    json entry = publish("VELK.dll", "new library");
+    entry["target_path"] = "linked/victim";
+    EXPECT_FALSE(client().processManifest(manifest("2.0.0", "1", {entry})));
     // Neither the integrity pass nor the installation went through the link.
     EXPECT_EQ(test::readFile(outside() / "victim"), "precious");
     EXPECT_FALSE(fs::exists(outside() / "victim.staging"));
     EXPECT_EQ(getInstalledVersion(), "1.0.0");
 }
 
-// Another account can create any name in the shared temporary folder before a run: a file
-// it owns (and may change between the check and the installation) or a link into the
-// system. None is written through, deleted or installed: downloads never go there.
+// Another account can plant any name in the shared temporary folder before a run: a file it
+// owns (and may change after the check) or a link into the system. Downloads never go there.
 TEST_F(ContainmentTest, PlantedDownloadFile) {
     const std::vector<std::string> names = {"VELK.dll.tmp", "VELK.dll.tmp.zip", "VELK.dll.tmp.partial"};
     for (const auto& name : names) {
@@ -44,11 +39,11 @@ TEST_F(ContainmentTest, PlantedDownloadFile) {
     fs::create_symlink(outside() / "planted", tmp_.path() / "VELK.dll");
     json entry = publish("VELK.dll", "new library");
     EXPECT_TRUE(client().processManifest(manifest("2.0.0", "1", {entry})));
-    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "new library");
+    EXPECT_EQ(test::readFile(install_ / "VELK.dll"), "new library");
     for (const auto& name : names) EXPECT_EQ(test::readFile(tmp_.path() / name), "attacker's bytes") << name;
     EXPECT_EQ(test::readFile(outside() / "victim"), "precious");
     EXPECT_FALSE(fs::exists(outside() / "planted"));
-    EXPECT_EQ(fs::status(downloadDir()).permissions() & fs::perms::mask, fs::perms::owner_all);
+    EXPECT_EQ(fs::status(downloads()).permissions() & fs::perms::mask, fs::perms::owner_all);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <thread>
 
-#include "file_updater_fixture.hpp"
+#include "client_fixture.hpp"
 
 namespace velk::updater {
 namespace {
@@ -24,15 +24,13 @@ protected:
     }
 };
 
-// Each way an installation goes, from the target's state and the configuration to what is in
-// place afterwards: the new file (readable by the product's users, not private like its
-// download), the old one kept as a backup only when asked for, no staging copy left, and
-// the old file untouched when the target cannot be replaced.
+// Each way an installation goes: the new file in place, readable by the product's users (its
+// download is private); the old one kept as a backup only when asked for; no staging copy
+// left; and the old file untouched when the target cannot be replaced.
 TEST_F(InstallationTest, EachSituationGivesItsOutcome) {
-    // Before: "old" a copy is installed, "backup" the entry asks for one, "removed" the backup
-    // folder was removed after start-up, "leftover" a staging copy of an earlier attempt is
-    // there, "direct" no staging copy is used and the download is kept, "locked" the target
-    // cannot be replaced.
+    // "old": a copy is installed; "backup": the entry asks for one; "removed": the backup folder
+    // went after start-up; "leftover": an earlier attempt's staging copy is there; "direct": no
+    // staging copy, and the download is kept; "locked": the target cannot be replaced.
     const std::vector<std::pair<std::string, std::string>> rows = {
         {"drivers/x64/VELK_Sys.sys", ""}, {"VELK.dll", "old backup"}, {"VELK.dll", "old backup removed"},
         {"VELK.dll", "old leftover"},     {"VELK.dll", "old direct"},  {"VELK.dll", "old locked"}};
@@ -83,11 +81,10 @@ TEST_F(InstallationTest, SecondBackupInTheSameSecondFails) {
     file.backup = true;
     test::writeFile(installed("VELK.dll"), "old");
     // Both installations must fall in one wall-clock second for the names to collide.
-    auto intoSecond = [] {
-        const auto now = std::chrono::system_clock::now();
-        return now - std::chrono::floor<std::chrono::seconds>(now);
-    };
-    while (intoSecond() > std::chrono::milliseconds(500)) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    while (std::chrono::system_clock::now().time_since_epoch() % std::chrono::seconds(1) >
+           std::chrono::milliseconds(500)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     ASSERT_TRUE(updater().installFile(file, downloaded("VELK.dll", "new"), {}).success);
     ASSERT_EQ(backups().size(), 1u);
     EXPECT_EQ(backups()[0].filename().string().rfind("VELK.dll_", 0), 0u);
@@ -105,9 +102,9 @@ TEST_F(InstallationTest, SecondBackupInTheSameSecondFails) {
 // file is replaced; held past it, the installation fails and the old file stays.
 TEST_F(InstallationTest, FileInUse) {
     test::writeFile(installed("VELK.dll"), "old");
-    test::writeFile(dir_ / "holder", "held");
+    test::writeFile(root() / "holder", "held");
     const auto hold = [&] {
-        return ::mount((dir_ / "holder").c_str(), installed("VELK.dll").c_str(), nullptr, MS_BIND, nullptr) == 0;
+        return ::mount((root() / "holder").c_str(), installed("VELK.dll").c_str(), nullptr, MS_BIND, nullptr) == 0;
     };
     if (!hold()) GTEST_SKIP() << "cannot mount over a file here: " << std::strerror(errno);
     std::thread releaser([&] {

@@ -7,37 +7,35 @@ using nlohmann::json;
 
 class ProcessingTest : public ClientTest {};
 
-// Files are hashed on several threads; what the pass decides still follows the manifest. It
-// changes nothing on disk, so a second entry for the same target sees the same copy. Its
-// digests compare exactly while the file updater's ignore case: an upper-case digest is a
-// mismatch here, and the file updater then finds the copy current and downloads nothing.
+// Hashed on several threads, the pass still decides in manifest order and changes nothing on
+// disk (c2.dll sees c.dll's copy). It compares digests exactly; the file updater ignores case,
+// so u.dll's upper-case digest is a mismatch here, yet nothing is downloaded for it.
 TEST_F(ProcessingTest, ParallelPassDecidesInManifestOrder) {
     struct Row {
-        std::string name;
-        const char* installed;  // nullptr: not installed, "/": a folder in its place
-        const char* status;     // nullptr: current
+        std::string name, installed, status;  // "": not installed, current; "/": a folder
         std::string target = "";
         bool upperCase = false;
     };
     const std::vector<Row> rows = {
-        {"a.dll", "content a", nullptr},         {"b.dll", nullptr, "missing"},
+        {"a.dll", "content a", ""},              {"b.dll", "", "missing"},
         {"c.dll", "content X", "hash mismatch"}, {"d.dll", "short", "size mismatch"},
-        {"e.dll", "content e", nullptr},         {"f.dll", "/", "error during check"},
-        {"g.dll", "content g", nullptr},         {"c2.dll", nullptr, "hash mismatch", "c.dll"},
+        {"e.dll", "content e", ""},              {"f.dll", "/", "error during check"},
+        {"g.dll", "content g", ""},              {"c2.dll", "", "hash mismatch", "c.dll"},
         {"u.dll", "content u", "hash mismatch", "", true},
     };
     std::vector<json> files;
     std::vector<std::string> expected;
     for (const Row& row : rows) {
-        files.push_back(publish(row.name, "content " + row.name.substr(0, 1)));
-        if (!row.target.empty()) files.back()["target_path"] = row.target;
-        std::string digest = files.back()["sha256"];
+        json& file = files.emplace_back(publish(row.name, "content " + row.name.substr(0, 1)));
+        if (!row.target.empty()) file["target_path"] = row.target;
+        std::string digest = file["sha256"];
         if (row.upperCase) std::transform(digest.begin(), digest.end(), digest.begin(), ::toupper);
-        files.back()["sha256"] = digest;
-        if (row.installed != nullptr && *row.installed == '/') fs::create_directories(installDir() / row.name);
-        else if (row.installed != nullptr) test::writeFile(installDir() / row.name, row.installed);
-        expected.push_back(row.status == nullptr ? "[DEBUG] File " + row.name + " is already current - skipping download"
-                                                 : "[DEBUG] File " + row.name + " needs updating (" + row.status + ")");
+        file["sha256"] = digest;
+        if (row.installed == "/") fs::create_directories(install_ / row.name);
+        else if (!row.installed.empty()) test::writeFile(install_ / row.name, row.installed);
+        expected.push_back("[DEBUG] File " + row.name +
+                           (row.status.empty() ? " is already current - skipping download"
+                                               : " needs updating (" + row.status + ")"));
     }
     client().processManifest(manifest("1.0.0", "100", files));
     std::vector<std::string> decisions;
@@ -48,26 +46,26 @@ TEST_F(ProcessingTest, ParallelPassDecidesInManifestOrder) {
     }
     EXPECT_EQ(decisions, expected);
     EXPECT_TRUE(log_.contains("[INFO] Corrupted files: 5"));
-    EXPECT_EQ(test::readFile(installDir() / "d.dll"), "content d");
+    EXPECT_EQ(test::readFile(install_ / "d.dll"), "content d");
     for (const auto& path : server_.requests()) EXPECT_EQ(path.find("u.dll"), std::string::npos) << path;
-    EXPECT_EQ(test::readFile(installDir() / "u.dll"), "content u");
+    EXPECT_EQ(test::readFile(install_ / "u.dll"), "content u");
 }
 
 // A release outside this installation's share changes nothing, not even a wrong file, unless
 // it is the installed release: its repair is never held back.
 TEST_F(ProcessingTest, StagedRolloutHoldsVersionChangesOnly) {
-    test::writeFile(installDir() / "VELK.dll", "old library");
+    test::writeFile(install_ / "VELK.dll", "old library");
     auto release = [&](const std::string& version, const std::string& build) {
         json doc = json::parse(manifest(version, build, {publish("VELK.dll", "new library")}));
         doc["manifest"]["rollout_percentage"] = 0;
         return doc.dump();
     };
     EXPECT_TRUE(client().processManifest(release("2.0.0", "200")));
-    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "old library");
+    EXPECT_EQ(test::readFile(install_ / "VELK.dll"), "old library");
     EXPECT_TRUE(server_.requests().empty());
     EXPECT_EQ(getInstalledVersion(), "1.0.0");
     EXPECT_TRUE(client().processManifest(release("1.0.0", "100")));
-    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "new library");
+    EXPECT_EQ(test::readFile(install_ / "VELK.dll"), "new library");
 }
 
 // A CDN outage during an update: every base answers 503. The outdated installation keeps
@@ -75,7 +73,7 @@ TEST_F(ProcessingTest, StagedRolloutHoldsVersionChangesOnly) {
 using OutageDuringUpdate = ProcessingTest;
 TEST_F(OutageDuringUpdate, WorkingCopyKept) {
     const std::map<std::string, std::string> installed{{"VELK.dll", "library 1.0"}, {"VELK_Launcher.exe", "launch 1.0"}};
-    for (const auto& [name, content] : installed) test::writeFile(installDir() / name, content);
+    for (const auto& [name, content] : installed) test::writeFile(install_ / name, content);
     const std::vector<json> files = {publish("VELK.dll", "library 2.0"), publish("VELK_Launcher.exe", "launcher 2.0")};
     for (const char* base : {"/cdn", "/mirror", "/origin"}) {
         for (const auto& [name, content] : installed) {
@@ -84,7 +82,7 @@ TEST_F(OutageDuringUpdate, WorkingCopyKept) {
         }
     }
     EXPECT_FALSE(client().processManifest(manifest("2.0.0", "200", files)));
-    for (const auto& [name, content] : installed) EXPECT_EQ(test::readFile(installDir() / name), content) << name;
+    for (const auto& [name, content] : installed) EXPECT_EQ(test::readFile(install_ / name), content) << name;
     EXPECT_EQ(getInstalledVersion(), "1.0.0");
     EXPECT_EQ(getInstalledBuildNumber(), "100");
     EXPECT_FALSE(server_.requests().empty());

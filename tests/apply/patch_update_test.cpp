@@ -1,6 +1,6 @@
 // Updates by patch: a small zstd patch against the installed copy instead of the whole file,
 // and the whole file whenever the patch cannot be trusted or used.
-#include "file_updater_fixture.hpp"
+#include "client_fixture.hpp"
 #include "support/zstd_patch.hpp"
 
 namespace velk::updater {
@@ -48,10 +48,6 @@ protected:
             EXPECT_TRUE(fs::is_empty(downloads()));
         }
     }
-    std::size_t requestsFor(const std::string& path) {
-        const auto all = server_.requests();
-        return static_cast<std::size_t>(std::count(all.begin(), all.end(), path));
-    }
 };
 
 // The whole file answers 404 everywhere: only the patch can make the new build.
@@ -87,17 +83,16 @@ TEST_F(PatchUpdateTest, PatchForAnotherBaseIgnored) {
     server_.set("/cdn/files/VELK.dll", new_);
     EXPECT_TRUE(update(patched(test::zstdPatch(old_, new_), old_)));
     EXPECT_EQ(test::readFile(installed("VELK.dll")), new_);
-    EXPECT_EQ(requestsFor("/cdn/files/VELK.dll.p1.zstpatch"), 0u);
+    EXPECT_EQ(std::ranges::count(server_.requests(), "/cdn/files/VELK.dll.p1.zstpatch"), 0);
 
     test::writeFile(installed("VELK.dll"), old_);
     updater().setPatchesAllowed(false);
     EXPECT_TRUE(update(patched(test::zstdPatch(old_, new_), old_)));
-    EXPECT_EQ(requestsFor("/cdn/files/VELK.dll.p1.zstpatch"), 0u);
+    EXPECT_EQ(std::ranges::count(server_.requests(), "/cdn/files/VELK.dll.p1.zstpatch"), 0);
 }
 
-// A small patch that would inflate far beyond the entry's size is refused before it is
-// decoded: by the size its frame states, and a frame that states none is not decoded at all.
-// Nothing of its output stays.
+// A small patch that would inflate far beyond the entry's size is refused before decoding, by
+// the size its frame states or for stating none; nothing of its output stays.
 TEST_F(PatchUpdateTest, PatchBombBounded) {
     const std::string zeros(64 << 20, '\0');
     const std::string stated = test::zstdPatch(old_, zeros);

@@ -23,22 +23,20 @@ protected:
 };
 
 TEST_F(SelfUpdaterTest, RecognisesUpdaterFilesByExactName) {
-    SelfUpdater updater = make();
-    const auto isUpdaterFile = [&](const std::string& name) {
-        ManifestFile file;
+    const std::pair<std::string, bool> rows[] = {
+        {"Updater.exe", true},       {"libcurl.dll", true},      {"libsodium.dll", true},
+        {"zlib1.dll", true},         {"LIBCURL.DLL", false},     {"VELK_Updater.exe", false},
+        {"libcurl.dll.bak", false},  {"VELK.dll", false},        {"", false}};
+    ManifestFile file;
+    for (const auto& [name, updaterFile] : rows) {
         file.name = name;
-        return updater.isUpdaterFile(file);
-    };
-    for (const char* name : {"Updater.exe", "libcurl.dll", "libsodium.dll", "zlib1.dll"}) {
-        EXPECT_TRUE(isUpdaterFile(name)) << name;
-    }
-    for (const char* name : {"LIBCURL.DLL", "VELK_Updater.exe", "libcurl.dll.bak", "VELK.dll", ""}) {
-        EXPECT_FALSE(isUpdaterFile(name)) << name;
+        EXPECT_EQ(make().isUpdaterFile(file), updaterFile) << name;
     }
 }
 
-// The running executable must be there; the copy it replaced goes.
-TEST_F(SelfUpdaterTest, VerifyRemovesTheOldCopyOfTheRunningExecutable) {
+// The running executable must be there, and the copy it replaced goes; the clean-up takes the
+// updater's own backups at the top of the folder by exact name, and a missing folder is no error.
+TEST_F(SelfUpdaterTest, OldCopiesOfTheUpdaterGo) {
     SelfUpdater updater = make();
     writeFile(dir_ / "VELK_Updater.exe.old", "older exe");
     EXPECT_FALSE(updater.verifySelfUpdate());
@@ -46,11 +44,7 @@ TEST_F(SelfUpdaterTest, VerifyRemovesTheOldCopyOfTheRunningExecutable) {
     EXPECT_TRUE(updater.verifySelfUpdate());
     EXPECT_FALSE(fs::exists(dir_ / "VELK_Updater.exe.old"));
     EXPECT_TRUE(fs::exists(dir_ / "VELK_Updater.exe"));
-}
 
-// Only the updater's own backups at the top of the folder go, by their exact names; a
-// missing folder is no error.
-TEST_F(SelfUpdaterTest, CleanupRemovesOnlyUpdaterBackupsAtTheTop) {
     for (const char* name : {"VELK_Updater.exe.old", "Updater.exe.bak", "VELK.dll.bak", "updater.exe.old",
                              "Updater.exe", "backup/Updater.exe.bak"}) {
         writeFile(dir_ / name, "x");
@@ -64,6 +58,7 @@ TEST_F(SelfUpdaterTest, CleanupRemovesOnlyUpdaterBackupsAtTheTop) {
     EXPECT_FALSE(fs::exists(dir_ / "Updater.exe.bak"));
     EXPECT_EQ(log_.lines().back(), "[INFO] Cleaned up 2 old backup files");
     fs::remove_all(dir_.path());
+    log_.clear();
     make().cleanupOldBackups();
     EXPECT_EQ(log_.count("[WARNING]"), 0u);
     fs::create_directories(dir_.path());  // for the fixture's clean-up

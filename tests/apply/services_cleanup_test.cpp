@@ -5,10 +5,8 @@ namespace {
 
 const std::string kServices = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\";
 
-// What the services mode of a run does (install the services, then clean up): from the
-// registry, the driver files, the driver store and the leftovers of earlier runs to what is
-// registered, stored and left afterwards. Leftovers are recognised by name only, and a folder
-// of such a name is left alone; the backup folder goes once empty.
+// The services mode (install, then clean up), from registry, driver files, store and leftovers to
+// what is registered, stored and left: leftovers go by name (folders never), the backup once empty.
 using ServicesModeTest = ClientTest;
 TEST_F(ServicesModeTest, ServicesAndCleanupFromEachSituation) {
     struct Row {
@@ -41,17 +39,17 @@ TEST_F(ServicesModeTest, ServicesAndCleanupFromEachSituation) {
                                            ".velk_downloads/other.tmp", ".velk_downloads/VELKdir.tmp/"};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        fs::remove_all(installDir());
+        fs::remove_all(install_);
         fs::remove_all(root() / "DriverStore");
         for (const auto& names : {gone, kept}) {
             for (const auto& name : names) {
-                if (name.back() == '/') fs::create_directories(installDir() / name);
-                else test::writeFile(installDir() / name, "x");
+                if (name.back() == '/') fs::create_directories(install_ / name);
+                else test::writeFile(install_ / name, "x");
             }
         }
-        if (row.backupFolder) fs::create_directories(installDir() / "backup" / "nested");
+        if (row.backupFolder) fs::create_directories(install_ / "backup" / "nested");
         const char* drivers[] = {"VELK_Sys.inf", "VELK_Sys.sys", "VELK_Sys.cat"};
-        for (int i = 0; i < row.driverFiles; ++i) test::writeFile(installDir() / drivers[i], "driver");
+        for (int i = 0; i < row.driverFiles; ++i) test::writeFile(install_ / drivers[i], "driver");
         if (row.inStore) test::writeFile(root() / "DriverStore" / "VELK_Sys.inf", "[Version]\n");
         registry("", row.registered ? kServices + "VELKSvc]\n" + kServices + "VELK_Sys]\n" : "");
         if (row.registry == "garbage") test::writeFile(root() / "registry.reg", "garbage");
@@ -71,9 +69,9 @@ TEST_F(ServicesModeTest, ServicesAndCleanupFromEachSituation) {
         EXPECT_EQ(registryText() == before, row.registered || !row.service) << registryText();
         EXPECT_EQ(registryText().find("Plexwynd Anti-Cheat") != std::string::npos, row.service && !row.registered);
         EXPECT_NE(log_.count(row.reason), 0u) << row.reason;
-        for (const auto& name : gone) EXPECT_FALSE(fs::exists(installDir() / name)) << name;
-        for (const auto& name : kept) EXPECT_TRUE(fs::exists(installDir() / name)) << name;
-        EXPECT_EQ(fs::exists(installDir() / "backup"), row.backupFolder);
+        for (const auto& name : gone) EXPECT_FALSE(fs::exists(install_ / name)) << name;
+        for (const auto& name : kept) EXPECT_TRUE(fs::exists(install_ / name)) << name;
+        EXPECT_EQ(fs::exists(install_ / "backup"), row.backupFolder);
     }
 }
 

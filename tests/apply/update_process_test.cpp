@@ -1,5 +1,4 @@
 #include "client_fixture.hpp"
-#include "support/manifest_entry.hpp"
 
 namespace velk::updater {
 namespace {
@@ -8,10 +7,8 @@ using nlohmann::json;
 
 class UpdateTest : public ClientTest {};
 
-// The updater's own executables are never taken; its libraries, which it cannot replace
-// while it runs, are fetched from their entry's URL beside their targets (a digest in either
-// case) once the ordinary files are in and the version recorded. One that fails (a 206
-// answer to a request without a range) is not left half there and fails nothing else.
+// The updater's executables are never taken; its libraries come from their own URLs to beside
+// their targets after the rest and the version record, and one that fails is not left half there.
 TEST_F(UpdateTest, OrdinaryFilesThenTheUpdaterLibrariesAndNeverTheUpdater) {
     std::vector<json> files = {publish("VELK_Updater.exe", "ui"), publish("Updater.exe", "up"),
                                publish("VELK.dll", "library"), publish("libcurl.dll", "curl bytes"),
@@ -24,10 +21,10 @@ TEST_F(UpdateTest, OrdinaryFilesThenTheUpdaterLibrariesAndNeverTheUpdater) {
     files[4]["url"] = server_.url("/direct/zlib1.dll");
     server_.set("/direct/zlib1.dll", "z", 206);
     EXPECT_TRUE(client().processManifest(manifest("1.1.0", "", files)));
-    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "library");
-    EXPECT_EQ(test::readFile(installDir() / "libcurl.dll_temp"), "curl bytes");
+    EXPECT_EQ(test::readFile(install_ / "VELK.dll"), "library");
+    EXPECT_EQ(test::readFile(install_ / "libcurl.dll_temp"), "curl bytes");
     for (const char* absent : {"libcurl.dll", "zlib1.dll_temp", "zlib1.dll", "Updater.exe", "VELK_Updater.exe"}) {
-        EXPECT_FALSE(fs::exists(installDir() / absent)) << absent;
+        EXPECT_FALSE(fs::exists(install_ / absent)) << absent;
     }
     const auto requests = server_.requests();
     EXPECT_NE(std::find(requests.begin(), requests.end(), "/direct/zlib1.dll"), requests.end());
@@ -36,8 +33,8 @@ TEST_F(UpdateTest, OrdinaryFilesThenTheUpdaterLibrariesAndNeverTheUpdater) {
 }
 
 TEST_F(UpdateTest, TempFileIsAcceptedOnlyWithTheListedSizeAndDigest) {
-    const ManifestFile file = test::entry("libsodium.dll", "good");
-    const std::string path = (installDir() / "libsodium.dll_temp").string();
+    const ManifestFile file = entry("libsodium.dll", "good");
+    const std::string path = (install_ / "libsodium.dll_temp").string();
     EXPECT_FALSE(client().verifyTempFile(path, file));
     for (const auto& [content, accepted] :
          std::vector<std::pair<std::string, bool>>{{"bad!", false}, {"longer", false}, {"good", true}}) {
@@ -49,7 +46,7 @@ TEST_F(UpdateTest, TempFileIsAcceptedOnlyWithTheListedSizeAndDigest) {
 // A manifest that cannot be had (absent, empty) or read (malformed), from the server or a
 // file, changes nothing.
 TEST_F(UpdateTest, ManifestThatCannotBeHadOrReadChangesNothing) {
-    test::writeFile(installDir() / "VELK.dll", "whatever");
+    test::writeFile(install_ / "VELK.dll", "whatever");
     const std::string malformed = "{\"manifest\": {\"version\": 2}}";
     server_.set("/update/empty.json", "", 204);
     server_.set("/update/bad.json", malformed);
@@ -60,7 +57,7 @@ TEST_F(UpdateTest, ManifestThatCannotBeHadOrReadChangesNothing) {
     EXPECT_TRUE(log_.contains("[ERROR] Manifest verification failed: Failed to parse manifest JSON"));
     EXPECT_FALSE(client().checkForUpdatesFromFile((root() / "bad.json").string()));
     EXPECT_FALSE(client().checkForUpdatesFromFile((root() / "nope.json").string()));
-    EXPECT_EQ(test::readFile(installDir() / "VELK.dll"), "whatever");
+    EXPECT_EQ(test::readFile(install_ / "VELK.dll"), "whatever");
     EXPECT_EQ(getInstalledVersion(), "1.0.0");
 }
 

@@ -15,6 +15,9 @@ namespace velk::updater {
 
 namespace fs = std::filesystem;
 
+using test::entry;
+using test::sha256Hex;
+
 // A downloader into a fresh download folder, with a loopback server behind three bases.
 class DownloadTest : public ::testing::Test {
 protected:
@@ -33,6 +36,13 @@ protected:
             downloader_ = std::make_unique<Downloader>(config_, layout, http_, log_.logger());
         }
         return *downloader_;
+    }
+    // Downloads the entry of `content`, expecting those bytes at the path it reports.
+    Delivery delivered(const std::string& content, const std::string& name = "VELK.dll") {
+        const Delivery result = downloader().download(test::entry(name, content));
+        EXPECT_TRUE(result.success) << result.errorMessage;
+        EXPECT_EQ(test::readFile(result.path), content);
+        return result;
     }
 
     test::TempDir dir_;

@@ -1,17 +1,11 @@
 #include <archive.h>
 #include <archive_entry.h>
-#include <gtest/gtest.h>
-
-#include <memory>
 
 #include "delivery/url_candidates.hpp"
 #include "download_fixture.hpp"
 
 namespace velk::updater {
 namespace {
-
-using test::entry;
-using test::sha256Hex;
 
 struct ZipEntry { std::string name, content; bool symlink = false; };  // a link's content is its target
 
@@ -50,30 +44,24 @@ TEST_F(DownloadTest, CandidatesInTurnUntilOneAnswersElseEveryAttemptedUrlIsListe
     server_.clearRequests();
     server_.set("/cdn/files/VELK.dll", "gone", 410);
     server_.set("/mirror/files/VELK.dll", content);
-    const Delivery result = downloader().download(entry("VELK.dll", content));
-    ASSERT_TRUE(result.success) << result.errorMessage;
+    const Delivery result = delivered(content);
     EXPECT_EQ(result.path, (temp_ / "VELK.dll.tmp").string());
-    EXPECT_EQ(test::readFile(result.path), content);
     EXPECT_EQ(result.bytesDownloaded, content.size());
     EXPECT_EQ(server_.requests(), std::vector<std::string>(all.begin(), all.begin() + 4));
     EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/mirror/files/VELK.dll")));
 }
 
-TEST_F(DownloadTest, ArchiveIsUnpackedAndSearchedRecursively) {
-    const std::string content = "zipped library";
+// The entry is searched for through the archive's folders and only it reaches the disk; each
+// archive of the table fails the download instead and leaves nothing of itself behind.
+TEST_F(DownloadTest, ArchiveIsSearchedForTheEntryElseTheDownloadFails) {
+    const std::string content = "library bytes, stored as they are";
     server_.set("/cdn/files/VELK.dll.zip", makeZip({{"bin/x64/VELK.dll", content}, {"readme.txt", "hi"}}));
-    const Delivery result = downloader().download(entry("VELK.dll", content));
-    ASSERT_TRUE(result.success) << result.errorMessage;
+    const Delivery result = delivered(content);
     EXPECT_EQ(result.path, (temp_ / "VELK.dll.tmp").string());
-    EXPECT_EQ(test::readFile(result.path), content);
-    // Only the wanted entry reached the disk, and the archive is gone.
     EXPECT_EQ(std::distance(fs::directory_iterator(temp_), fs::directory_iterator()), 1);
     EXPECT_EQ(server_.requests().size(), 1u);
-}
+    fs::remove(result.path);
 
-// Each of these archives fails the download and leaves nothing of itself behind.
-TEST_F(DownloadTest, ArchiveProblemsFailTheDownload) {
-    const std::string content = "library bytes, stored as they are";
     const std::string stored = makeZip({{"VELK.dll", content}}, true);
     std::string corrupt = stored;
     corrupt[corrupt.find(content) + 3] ^= 0x20;  // the stored CRC no longer matches
@@ -110,12 +98,9 @@ TEST_F(DownloadTest, ZipBombIsCutOffAtTheEntrySize) {
 
 TEST_F(DownloadTest, UpperCaseZipSuffixIsNotAnArchive) {
     const std::string content = makeZip({{"VELK.ZIP", "inner"}});
-    config_.baseUrls = {server_.url("/cdn")};
     config_.tryArchiveFirst = false;
     server_.set("/cdn/files/VELK.ZIP", content);
-    const Delivery result = downloader().download(entry("VELK.ZIP", content));
-    ASSERT_TRUE(result.success) << result.errorMessage;
-    EXPECT_EQ(test::readFile(result.path), content);
+    delivered(content, "VELK.ZIP");
 }
 
 TEST_F(DownloadTest, SizeIsCheckedAgainstTheManifest) {
@@ -168,20 +153,6 @@ TEST_F(DownloadTest, DigestTakenDuringDownloadStandsForTheFileOnlyWhileItIsUncha
     }
 }
 
-// The candidates, each followed by "|", an archive marked " [zip]".
-std::string candidates(const std::vector<std::string>& bases, bool archiveFirst, const std::string& url,
-                       const std::string& name) {
-    UrlCandidateGenerator generator(bases, archiveFirst);
-    generator.reset(url, name);
-    std::string urls;
-    std::string next;
-    bool archive = false;
-    std::size_t count = 0;
-    for (; generator.next(next, archive); ++count) urls += next + (archive ? " [zip]|" : "|");
-    EXPECT_EQ(generator.attemptedUrls().size(), count);
-    return urls;
-}
-
 // What the candidates below cannot tell apart, or do not reach.
 TEST(UrlText, SplitAndJoin) {
     EXPECT_EQ(splitUrl("https://h:1/a/b.dll"), std::make_pair(std::string("https://h:1"), std::string("/a/b.dll")));
@@ -196,7 +167,8 @@ TEST(UrlText, SplitAndJoin) {
     EXPECT_EQ(joinUrlPath("a", ""), "a");
 }
 
-// An absolute URL keeps only its path, a relative one its folder with the entry's name.
+// An absolute URL keeps only its path, a relative one its folder with the entry's name. Each
+// candidate is followed by "|", an archive marked " [zip]".
 TEST(UrlCandidates, EveryBaseInTurnWithTheEntrysPath) {
     const struct { std::vector<std::string> bases; bool archiveFirst; std::string url, name, expected; } rows[] = {
         {{"http://cdn/", "http://mirror"}, true, "files/VELK.dll", "VELK.dll",
@@ -210,7 +182,18 @@ TEST(UrlCandidates, EveryBaseInTurnWithTheEntrysPath) {
         {{"http://cdn"}, false, "dir/old-name.dll", "VELK.dll", "http://cdn/dir/VELK.dll|http://cdn/dir/VELK.dll.zip [zip]|"},
         {{}, true, "files/VELK.dll", "VELK.dll", ""},
     };
-    for (const auto& row : rows) EXPECT_EQ(candidates(row.bases, row.archiveFirst, row.url, row.name), row.expected) << row.url;
+    for (const auto& row : rows) {
+        UrlCandidateGenerator generator(row.bases, row.archiveFirst);
+        generator.reset(row.url, row.name);
+        std::string urls;
+        std::string next;
+        bool archive = false;
+        for (std::size_t count = 1; generator.next(next, archive); ++count) {
+            urls += next + (archive ? " [zip]|" : "|");
+            EXPECT_EQ(generator.attemptedUrls().size(), count);
+        }
+        EXPECT_EQ(urls, row.expected) << row.url;
+    }
 }
 
 }  // namespace

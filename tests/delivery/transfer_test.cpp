@@ -5,8 +5,6 @@ namespace {
 
 using Answer = test::HttpTestServer::Answer;
 using Kind = test::HttpTestServer::Kind;
-using test::entry;
-using test::sha256Hex;
 
 std::string bytes(std::size_t size) {
     std::string text(size, '\0');
@@ -53,9 +51,7 @@ TEST_F(TransferTest, TransientErrors) {
     server_.queue("/cdn/files/VELK.dll", status(429));
     server_.queue("/cdn/files/VELK.dll", {200, content.substr(0, content.size() - 1), Kind::Short, "", 0, ""});  // all but the last byte
     server_.set("/cdn/files/VELK.dll", content);
-    const Delivery delivered = downloader().download(entry("VELK.dll", content));
-    ASSERT_TRUE(delivered.success) << delivered.errorMessage;
-    EXPECT_EQ(test::readFile(delivered.path), content);
+    delivered(content);
     EXPECT_EQ(requestsFor("/cdn/files/VELK.dll"), 4u);
     EXPECT_EQ(requestsFor("/mirror/files/VELK.dll"), 0u);
     EXPECT_TRUE(log_.contains("[WARNING] Download attempt failed: " + server_.url("/cdn/files/VELK.dll") +
@@ -94,11 +90,7 @@ TEST_F(TransferTest, ConnectionCutMidFile) {
     const ManifestFile file = entry("VELK.dll", content);
     server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v1\"", content.size() / 2));
     server_.set("/cdn/files/VELK.dll", content, 200, Kind::Ranged);
-    server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v1\"", content.size() / 2));
-    const Delivery delivered = downloader().download(file);
-    ASSERT_TRUE(delivered.success) << delivered.errorMessage;
-    EXPECT_EQ(test::readFile(delivered.path), content);
-    EXPECT_EQ(downloader().keptDigestOf(delivered.path), file.sha256);
+    EXPECT_EQ(downloader().keptDigestOf(delivered(content).path), file.sha256);
     EXPECT_EQ(server_.ranges(), (std::vector<std::string>{"", "bytes=" + std::to_string(content.size() / 2) + "-"}));
     EXPECT_LE(server_.rangedBytesSent(), content.size() + content.size() / 10);
 
@@ -110,9 +102,7 @@ TEST_F(TransferTest, ConnectionCutMidFile) {
     EXPECT_FALSE(downloader().download(file).success);
     nextRun();
     server_.clearRequests();
-    const Delivery resumed = downloader().download(file);
-    ASSERT_TRUE(resumed.success) << resumed.errorMessage;
-    EXPECT_EQ(test::readFile(resumed.path), content);
+    delivered(content);
     EXPECT_EQ(server_.ranges().back(), "bytes=" + std::to_string(content.size() / 4) + "-");
     EXPECT_TRUE(log_.contains("[INFO] Resuming download of VELK.dll at byte " + std::to_string(content.size() / 4)));
 }
@@ -122,16 +112,11 @@ TEST_F(TransferTest, ResumeAgainstChangedFile) {
     const std::string content = bytes(200000);
     config_.policy.maxRetries = 0;
     config_.baseUrls = {server_.url("/cdn")};
-    server_.set("/cdn/files/VELK.dll", content, 200, Kind::Ranged);
     server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v1\"", 5000));
     EXPECT_FALSE(downloader().download(entry("VELK.dll", content)).success);
     nextRun();
-    server_.set("/cdn/files/VELK.dll", "", 200, Kind::Ranged);
     server_.queue("/cdn/files/VELK.dll", ranged(content, "\"v2\""));
-    const Delivery restarted = downloader().download(entry("VELK.dll", content));
-    ASSERT_TRUE(restarted.success) << restarted.errorMessage;
-    EXPECT_EQ(test::readFile(restarted.path), content);
-    EXPECT_EQ(downloader().keptDigestOf(restarted.path), sha256Hex(content));
+    EXPECT_EQ(downloader().keptDigestOf(delivered(content).path), sha256Hex(content));
 
     std::string next = content;  // the same size, other bytes at its start
     next[0] = '#';
@@ -140,9 +125,7 @@ TEST_F(TransferTest, ResumeAgainstChangedFile) {
     EXPECT_FALSE(downloader().download(entry("VELK.dll", content)).success);
     server_.clearRequests();
     server_.set("/cdn/files/VELK.dll", next, 200, Kind::Ranged);
-    const Delivery other = downloader().download(entry("VELK.dll", next));
-    ASSERT_TRUE(other.success) << other.errorMessage;
-    EXPECT_EQ(test::readFile(other.path), next);
+    delivered(next);
     EXPECT_EQ(server_.ranges(), std::vector<std::string>{""});
 }
 
@@ -154,9 +137,7 @@ TEST_F(TransferTest, SlowMirror) {
     config_.tryArchiveFirst = true;  // the mirror's plain file is then the last candidate
     server_.set("/cdn/files/VELK.dll", content, 200, Kind::Slow);
     server_.set("/mirror/files/VELK.dll", content, 200, Kind::Slow);
-    const Delivery delivered = downloader().download(entry("VELK.dll", content));
-    ASSERT_TRUE(delivered.success) << delivered.errorMessage;
-    EXPECT_EQ(test::readFile(delivered.path), content);
+    delivered(content);
     EXPECT_EQ(log_.count("[WARNING] Download too slow: " + server_.url("/cdn/files/VELK.dll") + " ("), 1u);
     EXPECT_EQ(requestsFor("/cdn/files/VELK.dll"), 1u);
     EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/mirror/files/VELK.dll")));
