@@ -46,6 +46,8 @@ TEST_F(ProcessingTest, ParallelPassDecidesInManifestOrder) {
     }
     EXPECT_EQ(decisions, expected);
     EXPECT_TRUE(log_.contains("[INFO] Corrupted files: 5"));
+    EXPECT_TRUE(log_.contains("[DEBUG] Manifest file: a.dll (9 bytes, SHA256: " +
+                              sha256Hex("content a").substr(0, 16) + "...)"));
     EXPECT_EQ(test::readFile(install_ / "d.dll"), "content d");
     for (const auto& path : server_.requests()) EXPECT_EQ(path.find("u.dll"), std::string::npos) << path;
     EXPECT_EQ(test::readFile(install_ / "u.dll"), "content u");

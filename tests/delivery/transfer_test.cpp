@@ -1,3 +1,4 @@
+#include "delivery/partial_download.hpp"
 #include "download_fixture.hpp"
 
 namespace velk::updater {
@@ -141,6 +142,36 @@ TEST_F(TransferTest, SlowMirror) {
     EXPECT_EQ(log_.count("[WARNING] Download too slow: " + server_.url("/cdn/files/VELK.dll") + " ("), 1u);
     EXPECT_EQ(requestsFor("/cdn/files/VELK.dll"), 1u);
     EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/mirror/files/VELK.dll")));
+}
+
+// A 206 continues the kept part only when its Content-Range is exactly the rest of the file:
+// another range, another size or text that is no number would leave a hole or a tail.
+TEST(PartialAnswer, TakenOnlyForExactlyTheRest) {
+    const test::TempDir dir;
+    const std::string path = (dir / "VELK.dll.tmp.partial").string();
+    const PartialDownload::Target target{path, path + ".resume", "http://cdn/files/VELK.dll", 10, sha256Hex("x"), 10};
+    const std::pair<std::string, bool> rows[] = {
+        {"bytes 4-9/10", true},   {"bytes 4-8/10", false}, {"bytes 3-9/10", false},
+        {"bytes 4-10/11", false}, {"bytes -9/10", false},  {"bytes 4-/10", false},
+        {"bytes 4-9/", false},    {"bytes 4-9/1o", false}, {"bytes 4-9/00000000000000000010", false},
+        {"", false},
+    };
+    for (const auto& [range, taken] : rows) {
+        SCOPED_TRACE(range);
+        std::string error;
+        PartialDownload first(target);
+        ASSERT_TRUE(first.open(error)) << error;
+        ASSERT_TRUE(first.begin(HttpAnswer{200, "", "\"v1\"", "", ""}));
+        ASSERT_TRUE(first.write("0123", 4));
+        first.finish();
+        PartialDownload next(target);
+        ASSERT_TRUE(next.open(error)) << error;
+        ASSERT_EQ(next.continuedFrom(), 4u);
+        EXPECT_EQ(next.begin(HttpAnswer{206, range, "\"v1\"", "", ""}), taken);
+        EXPECT_EQ(next.failure().empty(), taken) << next.failure();
+        next.finish();
+        next.discard();
+    }
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
                     "[INFO] Executing: pnputil.exe /add-driver \"" + (installDir() / "VELK_Sys.inf").string() +
                         "\" /install\n",
                     "[INFO] VELK driver installed successfully\n", "[INFO]   VELK Service: INSTALLED\n",
-                    "[INFO]   VELK Driver: INSTALLED\n"}))
+                    "[INFO]   VELK Driver: INSTALLED\n", "[INFO] Performing final backup cleanup...\n"}))
         << logText();
     EXPECT_NE(registryText().find("ImagePath\"=hex(2):"), std::string::npos);
 }
@@ -101,10 +101,13 @@ TEST_F(StartFailureTest, LoggerOrUpdateClientThatCannotStartEndsWithOne) {
     EXPECT_EQ(logger.err, "Failed to open log file: " + logFile().string() +
                               "\nFailed to initialize logger\n");
 
-    productKey("", kLoggingKey + "\"EnableUpdaterLogs\"=dword:00000000\n");
-    const ProcessResult client = run({"--install-dir", (installDir() / "logs").string()});
+    // A file where the download folder belongs stops the update client, not the logger.
+    fs::remove(installDir() / "logs");
+    writeFile(downloads(), "x");
+    const ProcessResult client = run({});
     EXPECT_EQ(client.exitCode, 1);
     EXPECT_NE(client.err.find("Failed to initialize update client\n"), std::string::npos);
+    EXPECT_NE(logText().find("[ERROR] Failed to initialize update client\n"), std::string::npos) << logText();
 }
 
 }  // namespace

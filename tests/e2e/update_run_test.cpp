@@ -42,6 +42,7 @@ TEST_F(UpdateRunTest, FreshInstallThenNothingToDoThenRepairThenOnlyTheChangedFil
                     "[INFO] Manifest URL: " + url + "/update/manifest.json\n",
                     "[INFO] Update type: VERSION UPDATE (0.0.0 -> 1.0.0)\n",
                     "[INFO] Will download 3 files (0 already current, skipped)\n",
+                    "[INFO] Executing pre-update sequence...\n", "[INFO] URL: files/VELK.dll\n",
                     "[INFO] Download succeeded from: " + url + "/cdn/files/VELK.dll.zip\n",
                     "[INFO] [OK] SHA256 verification PASSED\n", "[INFO] [OK] Updated: VELK.dll\n",
                     "[INFO] Updated registry with new version: 1.0.0 (build 100)\n",
@@ -115,6 +116,8 @@ TEST_F(UpdateRunTest, LocalOrChannelManifestAndCheckModeEndsWithOneOnlyOnFailure
     const ProcessResult check = run({"--check-only", "--channel", "test"});
     EXPECT_EQ(check.exitCode, 0);
     EXPECT_NE(check.out.find("Update check completed successfully\n"), std::string::npos);
+    EXPECT_TRUE(printedInOrder(logText(), {"[INFO] Checking for updates...\n",
+                                           "[INFO] Update check completed successfully\n"}));
     expectInstalled(kRelease1);
     const ProcessResult missing = run({"--check-only", "--channel", "nightly"});
     EXPECT_EQ(missing.exitCode, 1);

@@ -166,6 +166,19 @@ TEST_F(HttpClientTest, DownloadsThatEndEarly) {
 }
 
 // Anything but http and https is refused before a connection is made, also behind a redirect.
+// A body without a stated length is taken up to the limit, and not a byte more.
+TEST_F(HttpClientTest, InMemoryBodyIsBoundedByTheLimitItself) {
+    server_.set("/chunked4", "abcd", 200, Kind::Chunked);
+    HttpConfig config;
+    config.maxBodyBytes = 3;
+    HttpClient limited(config);
+    ASSERT_TRUE(limited.initialize());
+    EXPECT_EQ(limited.get(server_.url("/chunked"), {}).body, "abc");
+    const HttpResponse over = limited.get(server_.url("/chunked4"), {});
+    EXPECT_EQ(over.error, "Response larger than the expected 3 bytes");
+    EXPECT_EQ(over.body, "");
+}
+
 TEST(SsrfByScheme, OtherSchemesAreRefusedBeforeAnyConnection) {
     test::HttpTestServer server;  // outlives the client, which holds its connection open
     HttpConfig config;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/containment.hpp"
 #include "platform/file_replace.hpp"
 #include "platform/instance_lock.hpp"
 #include "platform/posix/copy_fallback.hpp"
@@ -75,6 +76,15 @@ TEST(FastCopyFailure, AcrossVolumesAFullVolumeIsReported) {
     EXPECT_FALSE(copyFileFast((dir / "large").string(), (volume / "large").string(), error));
     EXPECT_EQ(error, std::errc::no_space_on_device);
     EXPECT_FALSE(fs::exists(volume / "large"));
+}
+
+// A path that cannot be resolved (a loop of links) is inside nothing and holds nothing.
+TEST(ArbitraryInstallation, UnresolvablePathsAreNeverInside) {
+    const test::TempDir dir;
+    fs::create_directory_symlink(dir / "loop", dir / "loop");
+    EXPECT_TRUE(isInsideFolder(dir.path(), dir / "VELK.dll"));
+    EXPECT_FALSE(isInsideFolder(dir / "loop", dir / "loop" / "VELK.dll"));
+    EXPECT_FALSE(isInsideFolder(dir.path(), dir / "loop" / "VELK.dll"));
 }
 
 // Created closed; an earlier run's folder is closed again; a link or another account's

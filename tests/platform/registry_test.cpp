@@ -60,8 +60,8 @@ TEST(RegistryExport, EveryValueTypeIsReadAndWrittenBackInTheExportForm) {
         {"\"InstallPath\"=hex(2):43,00,3a,00,5c,00,53,00,70,00,69,00,65,00,6c,00,65,00,5c,00,dc,00,62,00,65,"
          "00,72,00,77,00,61,00,63,00,68,00,75,00,6e,00,67,00,00,00",
          "installpath", kRegExpandSz, "C:\\Spiele\\Überwachung\0"s, ""},
-        {"\"Texts\"=hex(7):35,00,20,00,ac,20,00,00,43,00,61,00,66,00,e9,00,00,00,3c,d8,ae,df,00,00,00,00",
-         "texts", kRegMultiSz, "5 €\0Café\0\U0001F3AE\0\0"s, ""},
+        {"\"Texts\"=hex(7):35,00,20,00,ac,20,00,00,1a,04,30,04,44,04,35,04,00,00,3c,d8,ae,df,00,00,00,00",
+         "texts", kRegMultiSz, "5 €\0Кафе\0\U0001F3AE\0\0"s, ""},
     };
     for (const ValueRow& row : rows) {
         const std::string written = row.written.empty() ? row.line : row.written;
