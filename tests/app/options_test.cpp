@@ -105,31 +105,38 @@ TEST(ManifestUrl, StableAndEmptyShareTheMainManifestCaseSensitively) {
     EXPECT_NE(base.back(), '/');
 }
 
-// Without root the updater starts itself again through sudo. A stand-in sudo on PATH grants
-// the prompt, records each call's arguments one to a line, and ends the elevated copy with 7.
+// Without root the updater starts itself again through sudo. A stand-in sudo on PATH declines
+// or grants the prompt, records each call's arguments one to a line, and ends the elevated copy with 7.
 TEST(ElevatedRelaunch, GetsTheArgumentsUnchangedAndHandsBackItsExitCode) {
     namespace fs = std::filesystem;
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to run the updater as another user";
     if (::getpwnam("nobody") == nullptr || !fs::exists("/usr/bin/setpriv")) GTEST_SKIP() << "no nobody or setpriv";
-    const test::TempDir dir;
-    test::writeFile(dir / "sudo", "#!/bin/sh\nprintf '%s\\n' \"$@\" >> \"$(dirname \"$0\")/asked\"\n"
-                                  "[ \"$1\" = \"-v\" ] && exit 0\nexit 7\n");
-    fs::permissions(dir.path(), fs::perms::all);
-    fs::permissions(dir / "sudo", fs::perms::all);
-    const std::string program = test::builtProgram("VELK_Updater");
+    const std::string program = test::builtProgram("VELK_Updater"), asking = "VELK Updater requires administrator "
+                                                                              "privileges.\nRequesting elevation...\n";
     const std::vector<std::string> args{"--check-only", "--install-dir", "/opt/My VELK", "--channel", "",
                                         "--log-level", "say \"hi\""};
     std::vector<std::string> command{"--reuid=nobody", "--regid=nogroup", "--clear-groups", program};
     command.insert(command.end(), args.begin(), args.end());
-    const test::ProcessResult result = test::runProcess(
-        "/usr/bin/setpriv", command, test::ProcessOptions{{{"PATH", dir.str() + ":/usr/bin:/bin"}}, "", ""});
-
-    EXPECT_EQ(result.exitCode, 7) << result.err;
-    EXPECT_EQ(result.out, "VELK Updater requires administrator privileges.\nRequesting elevation...\n"
-                          "Elevation request completed.\n");
-    std::string expected = "-v\n-n\n--\n" + fs::canonical(program).string() + "\n";
-    for (const std::string& arg : args) expected += arg + "\n";
-    EXPECT_EQ(test::readFile(dir / "asked"), expected);
+    std::string relaunched = "-v\n-n\n--\n" + fs::canonical(program).string() + "\n";
+    for (const std::string& arg : args) relaunched += arg + "\n";
+    const struct { char prompt; int exitCode; std::string out, err, asked; } rows[] = {
+        {'1', 1, asking, "Failed to elevate privileges: User cancelled UAC elevation prompt\n"
+                         "Please run this program as Administrator.\n", "-v\n"},
+        {'0', 7, asking + "Elevation request completed.\n", "", relaunched},
+    };
+    for (const auto& row : rows) {
+        const test::TempDir dir;
+        test::writeFile(dir / "sudo", std::string("#!/bin/sh\nprintf '%s\\n' \"$@\" >> \"$(dirname \"$0\")/asked\"\n"
+                                                  "[ \"$1\" = \"-v\" ] && exit ") + row.prompt + "\nexit 7\n");
+        fs::permissions(dir.path(), fs::perms::all);
+        fs::permissions(dir / "sudo", fs::perms::all);
+        const test::ProcessResult result =
+            test::runProcess("/usr/bin/setpriv", command, test::ProcessOptions{{{"PATH", dir.str() + ":/usr/bin:/bin"}}, ""});
+        EXPECT_EQ(result.exitCode, row.exitCode) << result.err;
+        EXPECT_EQ(result.out, row.out);
+        EXPECT_EQ(result.err, row.err);
+        EXPECT_EQ(test::readFile(dir / "asked"), row.asked);
+    }
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ protected:
     // Runs the publisher in the test's folder, where its default key is kept.
     void runPublisher(const std::vector<std::string>& args) {
         const ProcessResult result =
-            runProcess(builtProgram("velk_publish"), args, ProcessOptions{{}, dir_.str(), ""});
+            runProcess(builtProgram("velk_publish"), args, ProcessOptions{{}, dir_.str()});
         ASSERT_EQ(result.exitCode, 0) << result.err;
     }
 
@@ -103,7 +103,7 @@ protected:
 
     // The updater's surroundings: this test's system root and shared temporary folder.
     ProcessOptions sandbox() const {
-        return {{{"VELK_SYSTEM_ROOT", root().string()}, {"TMPDIR", tmp().string()}}, "", ""};
+        return {{{"VELK_SYSTEM_ROOT", root().string()}, {"TMPDIR", tmp().string()}}, ""};
     }
     ProcessResult run(const std::vector<std::string>& args) {
         return runProcess(builtProgram(program_), args, sandbox());

@@ -54,12 +54,15 @@ TEST_F(KeySubstitution, PinnedUpdaterInstallsOnlyReleasesSignedByThePinnedKeys) 
     }
 }
 
+// Versions compare by their numbers ("10.0.0" is not older than "9.0.0"). A refused release is
+// refused before the check pass, which would replace a damaged file.
 TEST_F(Rollback, PinnedUpdaterRefusesAnOlderSignedReleaseUnlessForced) {
     productKey("\"Version\"=\"10.0.0\"\n\"BuildNumber\"=\"5\"\n");
+    writeFile(installDir() / "VELK.dll", "damaged");
     publish("9.0.0", "4", kRelease1);
     startServer();
     ASSERT_EQ(run({}).exitCode, 0);
-    EXPECT_FALSE(fs::exists(installDir() / "VELK.dll"));
+    EXPECT_EQ(readFile(installDir() / "VELK.dll"), "damaged");
     EXPECT_TRUE(versionRecorded("10.0.0"));
 
     ASSERT_EQ(run({"--force"}).exitCode, 0);

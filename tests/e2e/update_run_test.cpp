@@ -78,30 +78,6 @@ TEST_F(UpdateRunTest, FreshInstallThenNothingToDoThenRepairThenOnlyTheChangedFil
     EXPECT_NE(upgrade.out.find("[HTTP DEBUG] Status Code: 200"), std::string::npos);
 }
 
-// Versions compare by their numbers, not their text ("10.0.0" is not older than "9.0.0"). A
-// refused release is refused before the check pass, which would replace a damaged file.
-TEST_F(UpdateRunTest, DisabledDowngradeIsRefusedBeforeAnyFileIsTouchedUnlessForced) {
-    using Row = std::tuple<std::string, std::string, std::vector<std::string>, bool>;
-    startServer();
-    for (const auto& [installed, offered, args, accepted] : std::vector<Row>{
-             {"10.0.0", "9.0.0", {"--disable-downgrades"}, false},
-             {"9.0.0", "10.0.0", {"--disable-downgrades"}, true},
-             {"10.0.0", "9.0.0", {"--disable-downgrades", "--force"}, true}}) {
-        SCOPED_TRACE(installed + " -> " + offered);
-        fs::remove_all(installDir());
-        writeFile(installDir() / "VELK.dll", "damaged");
-        productKey("\"Version\"=\"" + installed + "\"\n\"BuildNumber\"=\"5\"\n");
-        publish(offered, "5", kRelease1);
-        const ProcessResult result = run(args);
-        EXPECT_EQ(result.exitCode, 0);
-        EXPECT_EQ(readFile(installDir() / "VELK.dll"),
-                  accepted ? kRelease1.at("VELK.dll") : "damaged");
-        EXPECT_TRUE(versionRecorded(accepted ? offered : installed));
-        EXPECT_EQ(result.out.find("Update process failed or no updates available\n") == std::string::npos,
-                  accepted);
-    }
-}
-
 // A local manifest asks for no manifest URL; check mode installs too, only its failure ends with 1.
 TEST_F(UpdateRunTest, LocalOrChannelManifestAndCheckModeEndsWithOneOnlyOnFailure) {
     publish("1.0.0", "100", kRelease1, {"--channel", "test"});

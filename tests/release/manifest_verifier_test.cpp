@@ -265,13 +265,8 @@ TEST_F(VerifierTest, UpdateDecision) {
         EXPECT_EQ(result.manifestVersion, row.version);
         log_.clear();
         EXPECT_EQ(verifier.analyzeVersionComparison(), row.update);
-        for (const std::string& line : {std::string("=== Version Comparison Analysis ==="), row.verdict,
-                                        "Version comparison: " + row.version + " vs " + row.installed + " = " + row.order,
-                                        "Installed VELK version: " + row.installed + " build " + row.installedBuild,
-                                        "Manifest version: " + row.version + " build " + row.build,
-                                        std::string("Allow downgrades: ") + (row.allowDowngrades ? "YES" : "NO")}) {
-            EXPECT_EQ(log_.count("[INFO] " + line), 1u) << line;
-        }
+        EXPECT_EQ(log_.count("[INFO] " + row.verdict), 1u);
+        EXPECT_EQ(log_.count("[INFO] Version comparison: " + row.version + " vs " + row.installed + " = " + row.order), 1u);
     }
 }
 

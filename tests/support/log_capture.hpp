@@ -42,12 +42,6 @@ public:
             lines(), [&](const std::string& each) { return each.starts_with(prefix); }));
     }
 
-    // Lines from the first one equal to `first` on, or nothing when it is absent.
-    std::vector<std::string> from(const std::string& first) const {
-        const auto all = lines();
-        return {std::ranges::find(all, first), all.end()};
-    }
-
     void clear() { writeFile(dir_.path() / "capture.log", ""); }
 
 private:

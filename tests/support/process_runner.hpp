@@ -15,7 +15,6 @@ struct ProcessResult {
 struct ProcessOptions {
     std::map<std::string, std::string> env;  // added to (or replacing in) this environment
     std::string workingDirectory;            // empty: this process's
-    std::string input;                       // written to the child's standard input
 };
 
 // Runs a program with arguments (no shell), waits for it, and returns its exit code

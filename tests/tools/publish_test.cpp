@@ -26,7 +26,7 @@ protected:
         std::vector<std::string> args{"--release", (dir_ / "release").string(), "--out", (dir_ / "site").string(),
                                       "--version", "2.1.0", "--build", "1234", "--commit", "abc123"};
         args.insert(args.end(), extra.begin(), extra.end());
-        return runProcess(builtProgram("velk_publish"), args, ProcessOptions{{}, dir_.str(), ""});
+        return runProcess(builtProgram("velk_publish"), args, ProcessOptions{{}, dir_.str()});
     }
     TempDir dir_;
 };
@@ -90,7 +90,7 @@ TEST_F(PublishTest, FlagSetsAndWhatTheyPublish) {
     EXPECT_EQ(fs::status(dir_ / "velk_release_ed25519.key").permissions() & fs::perms::all,
               fs::perms::owner_read | fs::perms::owner_write);
     const ProcessResult printed = runProcess(builtProgram("velk_publish"), {"--print-public-key"},
-                                             ProcessOptions{{}, dir_.str(), ""});
+                                             ProcessOptions{{}, dir_.str()});
     EXPECT_EQ(printed.out, defaultKey + "\n");
 }
 

@@ -42,7 +42,7 @@ protected:
     }
 
     ProcessResult wine(std::vector<std::string> args) {
-        return runProcess("/usr/bin/wine", args, ProcessOptions{{{"WINEDEBUG", "-all"}}, "", ""});
+        return runProcess("/usr/bin/wine", args, ProcessOptions{{{"WINEDEBUG", "-all"}}, ""});
     }
     int setValue(const std::string& name, const std::string& text) {
         return wine({"reg", "add", kProductKey, "/v", name, "/t", "REG_SZ", "/d", text, "/f"}).exitCode;

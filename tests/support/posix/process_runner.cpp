@@ -66,9 +66,8 @@ int waitFor(pid_t pid) {
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
                          const ProcessOptions& options) {
     const TempDir dir;
-    writeFile(dir / "input", options.input);
     const pid_t pid = spawn(program, args, options, [&](posix_spawn_file_actions_t* files) {
-        posix_spawn_file_actions_addopen(files, 0, (dir / "input").c_str(), O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(files, 0, "/dev/null", O_RDONLY, 0);
         posix_spawn_file_actions_addopen(files, 1, (dir / "out").c_str(), O_WRONLY | O_CREAT, 0600);
         posix_spawn_file_actions_addopen(files, 2, (dir / "err").c_str(), O_WRONLY | O_CREAT, 0600);
     });
