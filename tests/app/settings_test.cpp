@@ -14,8 +14,7 @@ namespace {
 
 using SettingsTest = test::SystemRootTest;
 
-// Level names are case-sensitive: an unknown one keeps INFO. The registry's level applies
-// unless the command line names one; the registry can switch logging off altogether.
+// Level names are case-sensitive (unknown: INFO); the command line's beats the registry's.
 TEST_F(SettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
     const struct { bool quiet, background; std::string level, registry; std::uint32_t sinks; LogLevel minLevel; } rows[] = {
         {false, false, "", "", 15, LogLevel::Info},
@@ -41,9 +40,8 @@ TEST_F(SettingsTest, LoggerConfigFollowsOptionsAndRegistry) {
     }
 }
 
-// The run's promised limits. A timeout seen at work would take its whole length, so those are
-// read from the settings; the waits (1 s doubling up to 15 s, less a random part of at most
-// half; Retry-After up to 60 s) are computed with the run's own policy.
+// Timeouts are read from the settings (seen at work, each would take its whole length); the waits
+// (1 s doubling up to 15 s, less at most half; Retry-After up to 60 s) come from the run's policy.
 TEST(RunSettings, LimitsAndWaitsAreThePromisedOnes) {
     const HttpConfig http = makeHttpConfig();
     const TransferPolicy policy = makeFileUpdaterConfig(InstallationLayout("/opt/VELK")).transfer;
@@ -66,8 +64,7 @@ TEST(RunSettings, LimitsAndWaitsAreThePromisedOnes) {
     EXPECT_EQ(asked, "7000 60000 0 3000 3000 3000 ");
 }
 
-// A source answering 503 is asked 1 + 3 times for a file through the run's own settings (the
-// archive's 404 once); only the waits are shortened, which leaves the count alone.
+// Through the run's own settings, with only the waits shortened; the archive's 404 is asked once.
 TEST_F(SettingsTest, TransientFailureIsTriedThreeMoreTimes) {
     ASSERT_TRUE(CryptoUtils::initialize());
     test::HttpTestServer server;
@@ -91,8 +88,7 @@ TEST_F(SettingsTest, TransientFailureIsTriedThreeMoreTimes) {
     CryptoUtils::cleanup();
 }
 
-// The run's installation is the folder named on the command line, else the registered one;
-// every component gets its folders from this one layout.
+// Every component gets its folders from this one layout.
 TEST_F(SettingsTest, InstallationComesFromTheOptionsElseTheRegistry) {
     test::writeRegistry(root(), std::string(test::kProductKeyHeader) + "\"InstallPath\"=\"/srv/VELK/\"\n");
     UpdaterConfig options;
@@ -119,9 +115,8 @@ TEST(VerifierSettings, DowngradesAreRefusedOnlyWhenDisabledAndNotForced) {
     EXPECT_EQ(makeVerifierConfig(options, "1", "2", 7).channel, "stable");
 }
 
-// A share of the fleet takes a release: each installation draws its cohort, keeps it in its
-// product record (kept across runs: end to end), and a larger share keeps everyone who was in.
-// A kept cohort that is not one (every other record holds 10000) is drawn again.
+// A larger share keeps everyone who was in (cohorts kept across runs: end to end). A kept cohort
+// that is not one (every other record holds 10000) is drawn again.
 TEST(StagedRollout, CohortsAreDrawnOnceKeptAndSplitTheFleet) {
     ASSERT_TRUE(CryptoUtils::initialize());
     constexpr int kRoots = 400;

@@ -22,8 +22,7 @@ namespace fs = std::filesystem;
 using test::entry;
 using test::sha256Hex;
 
-// Installation 1.0.0 (build 100) in a fresh system root, its own temporary directory, a loopback
-// server behind three bases; the file updater or client is made on first use, with `config_`.
+// Installation 1.0.0 (build 100), a server behind three bases; components made on first use.
 class ApplyTest : public test::SystemRootTest {
 protected:
     void SetUp() override {

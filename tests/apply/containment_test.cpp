@@ -1,5 +1,3 @@
-// A hostile manifest or a link planted on disk cannot make the updater write or delete
-// anything outside the installation and its own folders.
 #include "client_fixture.hpp"
 
 namespace velk::updater {
@@ -28,8 +26,7 @@ TEST_F(ContainmentTest, ArbitraryDeletionThroughALinkedFolderIsRefused) {
     EXPECT_EQ(getInstalledVersion(), "1.0.0");
 }
 
-// Another account can plant any name in the shared temporary folder before a run: a file it
-// owns (and may change after the check) or a link into the system. Downloads never go there.
+// Another account may plant files or links in the shared temporary folder: downloads avoid it.
 TEST_F(ContainmentTest, PlantedDownloadFile) {
     const std::vector<std::string> names = {"VELK.dll.tmp", "VELK.dll.tmp.zip", "VELK.dll.tmp.partial"};
     for (const auto& name : names) {

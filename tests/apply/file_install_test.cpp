@@ -24,13 +24,11 @@ protected:
     }
 };
 
-// Each way an installation goes: the new file in place, readable by the product's users (its
-// download is private); the old one kept as a backup only when asked for; no staging copy
-// left; and the old file untouched when the target cannot be replaced.
+// The new file is readable by the product's users (its download is private); a backup only when
+// asked for; the old file untouched when the target cannot be replaced.
 TEST_F(InstallationTest, EachSituationGivesItsOutcome) {
-    // "old": a copy is installed; "backup": the entry asks for one; "removed": the backup folder
-    // went after start-up; "leftover": an earlier attempt's staging copy is there; "direct": no
-    // staging copy, and the download is kept; "locked": the target cannot be replaced.
+    // "removed": the backup folder went after start-up; "leftover": an earlier staging copy is
+    // there; "direct": no staging copy, the download kept; "locked": the target cannot be replaced.
     const std::vector<std::pair<std::string, std::string>> rows = {
         {"drivers/x64/VELK_Sys.sys", ""}, {"VELK.dll", "old backup"}, {"VELK.dll", "old backup removed"},
         {"VELK.dll", "old leftover"},     {"VELK.dll", "old direct"},  {"VELK.dll", "old locked"}};
@@ -74,8 +72,7 @@ TEST_F(InstallationTest, EachSituationGivesItsOutcome) {
     }
 }
 
-// A second backup of the same file in the same second would take the first one's name: it
-// fails instead, and the installed file stays.
+// It would take the first backup's name: it fails instead, and the installed file stays.
 TEST_F(InstallationTest, SecondBackupInTheSameSecondFails) {
     ManifestFile file = entry("VELK.dll", "new");
     file.backup = true;
@@ -97,9 +94,8 @@ TEST_F(InstallationTest, SecondBackupInTheSameSecondFails) {
     EXPECT_EQ(test::readFile(backups()[0]), "old");
 }
 
-// Another process holds the installed copy. A file mounted over it makes the rename fail
-// with EBUSY here, as a sharing violation does on Windows: released within the window, the
-// file is replaced; held past it, the installation fails and the old file stays.
+// A file mounted over the installed copy makes the rename fail with EBUSY, as a sharing
+// violation does on Windows: released within the window it is replaced, else the old stays.
 TEST_F(InstallationTest, FileInUse) {
     test::writeFile(installed("VELK.dll"), "old");
     test::writeFile(root() / "holder", "held");

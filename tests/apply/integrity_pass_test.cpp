@@ -7,9 +7,8 @@ using nlohmann::json;
 
 class ProcessingTest : public ClientTest {};
 
-// Hashed on several threads, the pass still decides in manifest order and changes nothing on
-// disk (c2.dll sees c.dll's copy). It compares digests exactly; the file updater ignores case,
-// so u.dll's upper-case digest is a mismatch here, yet nothing is downloaded for it.
+// The pass changes nothing on disk (c2.dll sees c.dll's copy). It compares digests exactly, the
+// file updater ignoring case: u.dll's upper-case digest is a mismatch, yet nothing is downloaded.
 TEST_F(ProcessingTest, ParallelPassDecidesInManifestOrder) {
     struct Row {
         std::string name, installed, status;  // "": not installed, current; "/": a folder
@@ -53,8 +52,7 @@ TEST_F(ProcessingTest, ParallelPassDecidesInManifestOrder) {
     EXPECT_EQ(test::readFile(install_ / "u.dll"), "content u");
 }
 
-// A release outside this installation's share changes nothing, not even a wrong file, unless
-// it is the installed release: its repair is never held back.
+// Not even a wrong file is repaired, unless the release is the installed one.
 TEST_F(ProcessingTest, StagedRolloutHoldsVersionChangesOnly) {
     test::writeFile(install_ / "VELK.dll", "old library");
     auto release = [&](const std::string& version, const std::string& build) {
@@ -70,8 +68,7 @@ TEST_F(ProcessingTest, StagedRolloutHoldsVersionChangesOnly) {
     EXPECT_EQ(test::readFile(install_ / "VELK.dll"), "new library");
 }
 
-// A CDN outage during an update: every base answers 503. The outdated installation keeps
-// working, byte for byte, and still says it is the old version.
+// Every base answers 503: the installation keeps working, byte for byte, as the old version.
 using OutageDuringUpdate = ProcessingTest;
 TEST_F(OutageDuringUpdate, WorkingCopyKept) {
     const std::map<std::string, std::string> installed{{"VELK.dll", "library 1.0"}, {"VELK_Launcher.exe", "launch 1.0"}};

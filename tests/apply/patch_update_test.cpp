@@ -1,5 +1,4 @@
-// Updates by patch: a small zstd patch against the installed copy instead of the whole file,
-// and the whole file whenever the patch cannot be trusted or used.
+// The whole file is taken whenever a patch cannot be trusted or used.
 #include "client_fixture.hpp"
 #include "support/zstd_patch.hpp"
 
@@ -31,8 +30,7 @@ protected:
         const auto results = updater().updateFiles(manifestOf({file}), {});
         return results.size() == 1 && results[0].success;
     }
-    // Each patch (as served, as listed) is dropped once for the reason given and the whole
-    // file installed instead; nothing of the patch or its output stays.
+    // Each patch (as served, as listed) is dropped once for the reason, leaving nothing behind.
     void expectWholeFileInstead(const std::vector<std::array<std::string, 3>>& rows) {
         server_.set("/cdn/files/VELK.dll", new_);
         for (const auto& [served, listed, reason] : rows) {
@@ -61,8 +59,7 @@ TEST_F(PatchUpdateTest, DeltaIsUsed) {
     EXPECT_TRUE(fs::is_empty(downloads()));
 }
 
-// A patch that is not the one listed, or is listed but does not decode, or decodes to
-// another file, is dropped once for the whole file.
+// Changed on the server, undecodable, or decoding to another file: dropped once for the whole file.
 TEST_F(PatchUpdateTest, CorruptPatchFallsBackToFull) {
     const std::string good = test::zstdPatch(old_, new_);
     std::string flipped = good;
@@ -76,8 +73,7 @@ TEST_F(PatchUpdateTest, CorruptPatchFallsBackToFull) {
                             {other, other, "Patched file does not match the release"}});
 }
 
-// A patch made from another copy than the one installed is never fetched; nor is any patch
-// when patches are not allowed (a forced run, a repair).
+// Nor is any patch fetched when patches are not allowed (a forced run, a repair).
 TEST_F(PatchUpdateTest, PatchForAnotherBaseIgnored) {
     test::writeFile(installed("VELK.dll"), build('9'));
     server_.set("/cdn/files/VELK.dll", new_);
@@ -91,8 +87,7 @@ TEST_F(PatchUpdateTest, PatchForAnotherBaseIgnored) {
     EXPECT_EQ(std::ranges::count(server_.requests(), "/cdn/files/VELK.dll.p1.zstpatch"), 0);
 }
 
-// A small patch that would inflate far beyond the entry's size is refused before decoding, by
-// the size its frame states or for stating none; nothing of its output stays.
+// Refused before decoding, by the size its frame states or for stating none.
 TEST_F(PatchUpdateTest, PatchBombBounded) {
     const std::string zeros(64 << 20, '\0');
     const std::string stated = test::zstdPatch(old_, zeros);

@@ -34,8 +34,7 @@ TEST_F(SelfUpdaterTest, RecognisesUpdaterFilesByExactName) {
     }
 }
 
-// The running executable must be there, and the copy it replaced goes; the clean-up takes the
-// updater's own backups at the top of the folder by exact name, and a missing folder is no error.
+// The clean-up takes the updater's own backups at the top by exact name; no folder is no error.
 TEST_F(SelfUpdaterTest, OldCopiesOfTheUpdaterGo) {
     SelfUpdater updater = make();
     writeFile(dir_ / "VELK_Updater.exe.old", "older exe");

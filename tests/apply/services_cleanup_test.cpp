@@ -5,8 +5,7 @@ namespace {
 
 const std::string kServices = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\";
 
-// The services mode (install, then clean up), from registry, driver files, store and leftovers to
-// what is registered, stored and left: leftovers go by name (folders never), the backup once empty.
+// Install, then clean up: leftovers go by name (folders never), the backup folder once empty.
 using ServicesModeTest = ClientTest;
 TEST_F(ServicesModeTest, ServicesAndCleanupFromEachSituation) {
     struct Row {

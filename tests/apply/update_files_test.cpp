@@ -7,8 +7,7 @@ namespace {
 
 class UpdateFilesTest : public FileUpdaterTest {
 protected:
-    // Puts the installation on a fresh 64 KiB volume, unmounted when the test ends; false
-    // where mounting is not allowed.
+    // Puts the installation on a fresh 64 KiB volume; false where mounting is not allowed.
     bool onSmallVolume() {
         volume_ = root() / "small";
         fs::create_directories(volume_);
@@ -26,8 +25,7 @@ protected:
     bool mounted_ = false;
 };
 
-// One run over entries in each state: a current copy is skipped without a request, wrong ones
-// are replaced, and a download of the right size but other bytes is never installed.
+// A current copy is skipped without a request; the right size with other bytes is never installed.
 TEST_F(UpdateFilesTest, EachEntryFromWhatIsInstalledAndWhatIsServed) {
     struct Row {
         std::string name, installed, listed, served, message, after;  // "": none
@@ -68,8 +66,7 @@ TEST_F(UpdateFilesTest, ShutdownStopsBeforeTheFirstDownload) {
     EXPECT_TRUE(server_.requests().empty());
 }
 
-// The new file (later its staging copy), the archive it may arrive in and the backup of the
-// installed copy must all fit on the installation's volume, or nothing is downloaded.
+// The new file (later its staging copy), its archive and the backup must all fit on the volume.
 TEST_F(UpdateFilesTest, NotEnoughSpaceCountsTheArchiveAndTheBackupAndStopsBeforeAnyDownload) {
     if (!onSmallVolume()) GTEST_SKIP() << "cannot mount a small tmpfs here: " << std::strerror(errno);
     updater();
@@ -92,8 +89,7 @@ TEST_F(UpdateFilesTest, NotEnoughSpaceCountsTheArchiveAndTheBackupAndStopsBefore
     EXPECT_TRUE(server_.requests().empty());
 }
 
-// Only the product's downloads go; a partial waits for the next run only with its record,
-// and for a week at most.
+// A partial waits for the next run only with its record, and for a week at most.
 TEST_F(UpdateFilesTest, PurgeRemovesOnlyProductDownloads) {
     const std::vector<std::string> kept = {"other.tmp", "velk.dll.tmp", "VELK.dll.tmp.bak", "VELK.tmp/",
                                            "VELK.dll.tmp.partial", "VELK.dll.tmp.partial.resume"};
@@ -114,8 +110,7 @@ TEST_F(UpdateFilesTest, PurgeRemovesOnlyProductDownloads) {
     EXPECT_TRUE(updater().purgeTempFiles());
 }
 
-// The folders are made in order (the download folder private); a plain file where one belongs,
-// or a download folder that is a link (it could lead anywhere), fails and stops the rest.
+// A plain file where a folder belongs, or a download folder that is a link, stops the rest.
 TEST_F(UpdateFilesTest, InitializeMakesTheFoldersOrFailsWhenOneCannotBeMadeOrIsNotPrivate) {
     const fs::path plain = root() / "plain";
     test::writeFile(plain, "x");

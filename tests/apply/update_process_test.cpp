@@ -7,8 +7,7 @@ using nlohmann::json;
 
 class UpdateTest : public ClientTest {};
 
-// The updater's executables are never taken; its libraries come from their own URLs to beside
-// their targets after the rest and the version record, and one that fails is not left half there.
+// Libraries come after the version record, beside their targets; a failed one is not left half.
 TEST_F(UpdateTest, OrdinaryFilesThenTheUpdaterLibrariesAndNeverTheUpdater) {
     std::vector<json> files = {publish("VELK_Updater.exe", "ui"), publish("Updater.exe", "up"),
                                publish("VELK.dll", "library"), publish("libcurl.dll", "curl bytes"),
@@ -43,8 +42,7 @@ TEST_F(UpdateTest, TempFileIsAcceptedOnlyWithTheListedSizeAndDigest) {
     }
 }
 
-// A manifest that cannot be had (absent, empty) or read (malformed), from the server or a
-// file, changes nothing.
+// Absent, empty or malformed, from the server or a file.
 TEST_F(UpdateTest, ManifestThatCannotBeHadOrReadChangesNothing) {
     test::writeFile(install_ / "VELK.dll", "whatever");
     const std::string malformed = "{\"manifest\": {\"version\": 2}}";

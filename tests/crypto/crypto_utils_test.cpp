@@ -23,8 +23,7 @@ TEST(CryptoUtilsFiles, FileDigestMatchesMemoryDigestAroundTheBufferSize) {
     CryptoUtils::cleanup();
 }
 
-// Each refusal names the first check it breaks. Only the Ed25519 text path decodes before it
-// needs initialisation.
+// Only the Ed25519 text path decodes before it needs initialisation.
 TEST(Signatures, ChecksComeInTheirOrder) {
     test::TempDir dir;
     const std::string missing = (dir / "missing.dll").string();

@@ -31,7 +31,6 @@ protected:
     std::size_t requestsFor(const std::string& path) { return std::ranges::count(server_.requests(), path); }
 };
 
-// Which failures are tried again on the same source and which move on at once.
 TEST(RetryJudgement, TransientFailuresAreRetriedOthersMoveOn) {
     const auto verdict = [](int status, bool transient = false, const std::string& error = "") {
         return judge(HttpResponse{.statusCode = status, .error = error, .body = "", .transient = transient, .retryAfter = ""});
@@ -44,8 +43,7 @@ TEST(RetryJudgement, TransientFailuresAreRetriedOthersMoveOn) {
     EXPECT_EQ(verdict(200, false, "Proxy authentication required (proxy)"), Verdict::NextCandidate);
 }
 
-// 503 (its Retry-After honoured up to the cap), 429 and a cut body are tried again on the same
-// source; 404 moves on at once, and so do retries used up or past the run's wait budget.
+// 404 moves on at once, and so do retries used up or past the run's wait budget.
 TEST_F(TransferTest, TransientErrors) {
     const std::string content = bytes(3000);
     server_.queue("/cdn/files/VELK.dll", status(503, "30"));
@@ -144,8 +142,7 @@ TEST_F(TransferTest, SlowMirror) {
     EXPECT_TRUE(log_.contains("[INFO] Download succeeded from: " + server_.url("/mirror/files/VELK.dll")));
 }
 
-// A 206 continues the kept part only when its Content-Range is exactly the rest of the file:
-// another range, another size or text that is no number would leave a hole or a tail.
+// Any other range, size or text that is no number would leave a hole or a tail.
 TEST(PartialAnswer, TakenOnlyForExactlyTheRest) {
     const test::TempDir dir;
     const std::string path = (dir / "VELK.dll.tmp.partial").string();

@@ -14,8 +14,7 @@ std::map<std::string, std::string> release(char fill) {
     return files;
 }
 
-// Kills the updater where a condition shows it to be: stalled in the download of one file
-// (every earlier file already replaced), or between staging a copy and renaming it.
+// Kills the updater stalled in a download (earlier files replaced) or between staging and renaming.
 class CrashConsistencyTest : public EndToEndTest {
 protected:
     // Runs the updater on the old release until `reached` holds, kills it: whether it was cut.
@@ -38,7 +37,6 @@ protected:
         }
     }
 
-    // After the last kill, a normal run completes the update.
     void expectRerunCompletes() {
         ASSERT_EQ(run({"--quiet"}).exitCode, 0);
         expectInstalled(newFiles_);

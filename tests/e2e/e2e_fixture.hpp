@@ -16,8 +16,7 @@
 
 namespace velk::test {
 
-// The built updater run as a process against a fresh system root, installation folder
-// and temporary folder, with the local update server on the build's endpoint port.
+// The built updater against a fresh system root, the update server on the build's endpoint port.
 class EndToEndTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -46,8 +45,7 @@ protected:
         for (const auto& [name, content] : files) EXPECT_EQ(readFile(installDir() / name), content) << name;
     }
 
-    // Publishes a release of the given files (relative path -> content), signed with the
-    // publisher's default key, made in the test's folder, unless `extra` names one.
+    // Publishes the files (path -> content), signed with the default key unless `extra` names one.
     void publish(const std::string& version, const std::string& build,
                  const std::map<std::string, std::string>& files,
                  const std::vector<std::string>& extra = {}) {
@@ -73,7 +71,6 @@ protected:
         writeFile(site() / "manifest.json", document.dump(2));
     }
 
-    // Starts the server on the endpoint port the updater was built with.
     void startServer(const std::vector<std::string>& extra = {}) {
         std::vector<std::string> args{"--root", site().string(), "--port", std::to_string(VELK_LOOPBACK_PORT), "--log",
                                       (dir_ / "requests.log").string(), "--rules", rules().string()};

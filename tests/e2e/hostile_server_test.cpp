@@ -7,12 +7,10 @@ namespace {
 
 constexpr std::uint64_t kMiB = 1024 * 1024;
 
-// The updater against a site that lies: bodies without end, zip bombs, huge manifests, entries
-// aimed outside the installation (the plain build checks no signature).
+// A site that lies (the plain build checks no signature).
 class HostileServerTest : public EndToEndTest {
   protected:
-    // The updater runs under a file size limit, so a body written to disk past its bound
-    // kills the run (SIGXFSZ, exit code -1) quickly instead of filling the disk.
+    // Under a file size limit, a body written past its bound kills the run before it fills the disk.
     ProcessResult runLimited(const std::vector<std::string>& args = {}) {
         rlimit saved{};
         getrlimit(RLIMIT_FSIZE, &saved);

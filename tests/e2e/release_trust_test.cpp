@@ -9,8 +9,7 @@ using nlohmann::json;
 
 std::string key(const std::string& name) { return std::string(VELK_TEST_KEYS_DIR) + "/" + name; }
 
-// The pinned build trusts the vendor keys in keys/ only; the publisher signs with the vendor's
-// Ed25519 key unless told otherwise. The attacker controls the update site.
+// The pinned build trusts the vendor keys in keys/ only; the attacker controls the update site.
 class PinnedUpdaterTest : public EndToEndTest {
 protected:
     void SetUp() override {
@@ -26,8 +25,7 @@ using StagedRollout = PinnedUpdaterTest;
 using DeltaUpdate = PinnedUpdaterTest;
 
 TEST_F(KeySubstitution, PinnedUpdaterInstallsOnlyReleasesSignedByThePinnedKeys) {
-    // The case, how the publisher signs (no arguments: with the vendor's Ed25519 key), the
-    // attacker's change to the signed manifest if any, and whether the release installs.
+    // How the publisher signs (default: the vendor's Ed25519 key), the attacker's edit, installed.
     using Case =
         std::tuple<std::string, std::vector<std::string>, std::function<void(json&)>, bool>;
     startServer();
@@ -54,8 +52,7 @@ TEST_F(KeySubstitution, PinnedUpdaterInstallsOnlyReleasesSignedByThePinnedKeys) 
     }
 }
 
-// Versions compare by their numbers ("10.0.0" is not older than "9.0.0"). A refused release is
-// refused before the check pass, which would replace a damaged file.
+// "10.0.0" is newer than "9.0.0"; the refusal comes before the check pass would repair the file.
 TEST_F(Rollback, PinnedUpdaterRefusesAnOlderSignedReleaseUnlessForced) {
     productKey("\"Version\"=\"10.0.0\"\n\"BuildNumber\"=\"5\"\n");
     writeFile(installDir() / "VELK.dll", "damaged");
@@ -105,8 +102,7 @@ TEST_F(StagedRollout, HaltedReleaseWaitsAndTheCohortIsKept) {
     EXPECT_EQ(cohortLine(), cohort);
 }
 
-// Every whole file answers 404 (no archive is published): only the patch can bring 2.0.0, and
-// only as signed.
+// Every whole file answers 404: only the patch can bring 2.0.0, and only as signed.
 TEST_F(DeltaUpdate, DeltaIsUsedAndItsPatchEntryIsSigned) {
     std::string library;
     for (int i = 0; i < 5000; ++i) library += "function " + std::to_string(i) + ";\n";

@@ -8,8 +8,7 @@ const std::string kLoggingKey = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quenmark\\VELK\\
 using ServicesRunTest = EndToEndTest;
 using StartFailureTest = EndToEndTest;
 
-// The services flow as a user follows it: the mode's console lines and its log, in order
-// (the logger's worker may write its console lines between the mode's own).
+// The mode's console lines and its log, in order (the logger's lines may come between).
 TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
     writeFile(installDir() / "VELK_Sys.inf", "[Version]\n");  // the one driver file needed
     const ProcessResult result = run({"--install-services"});
@@ -32,8 +31,7 @@ TEST_F(ServicesRunTest, InstallServicesRunsTheFallbackFirstAndReportsTheState) {
     EXPECT_NE(registryText().find("ImagePath\"=hex(2):"), std::string::npos);
 }
 
-// Piped (`VELK_Updater ... | cat`), the console carries no colour sequences. --quiet leaves it
-// the mode's result; the registry can switch the log off; the level filters both.
+// Piped, the console has no colours; --quiet leaves the result; the registry can turn the log off.
 TEST_F(ServicesRunTest, WithoutTheDriverItFailsPlainlyAndEachSwitchDecidesWhatIsShown) {
     const ProcessResult piped = run({"--install-services"});
     EXPECT_EQ(piped.exitCode, 1);

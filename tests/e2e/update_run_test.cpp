@@ -7,11 +7,9 @@ namespace {
 
 using UpdateRunTest = EndToEndTest;
 
-// The update flow as a user follows it: what the console and the log say about a fresh
-// installation, then runs that only do what the files on disk need.
+// What console and log say about a fresh installation; then runs doing only what the disk needs.
 TEST_F(UpdateRunTest, FreshInstallThenNothingToDoThenRepairThenOnlyTheChangedFiles) {
-    // Each installed file's identity: a replaced file (written beside it and renamed over
-    // it) gets a new one, a file left alone keeps its own.
+    // A replaced file (written beside it and renamed over it) gets a new identity.
     const auto fileIds = [this] {
         std::map<std::string, ino_t> ids;
         for (const auto& [name, content] : kRelease2) {

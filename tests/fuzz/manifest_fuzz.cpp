@@ -1,6 +1,5 @@
-// libFuzzer target: any text through the manifest reader, its rules and its signed text. A
-// manifest the rules let through keeps its patch lists short and well-formed, and its signed
-// text reads back field by field to exactly its patches: no value passes for a field of its own.
+// libFuzzer target: any text through the manifest reader and its rules. An accepted manifest's
+// patch lists are short and well-formed, and its signed text reads back to exactly its patches.
 #include <algorithm>
 #include <utility>
 #include <vector>

@@ -1,6 +1,5 @@
-// libFuzzer target: what a download server says about a transfer. An ETag is kept only as it
-// came and only when it cannot break a request line; a partial answer only when its Content-Range
-// names exactly the rest of the file; no Retry-After waits longer than the policy allows.
+// libFuzzer target: a server's ETag is kept only as it came and when it cannot break a request
+// line; a 206 only for exactly the rest; no Retry-After waits past the policy.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <charconv>

@@ -12,8 +12,7 @@
 namespace velk::updater {
 namespace {
 
-// A loopback listener that never accepts: a connection attempt shows as a pending one (the
-// kernel queues a finished handshake before the client's call returns).
+// A loopback listener that never accepts: the kernel queues a finished handshake as pending.
 struct Listener {
     Listener() {
         sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
@@ -107,8 +106,7 @@ TEST_F(HttpClientTest, EachAnswerInMemoryAndStreamed) {
     }
 }
 
-// A download asks for the bytes as they are stored, reports progress while the total is
-// known, and describes itself in debug lines; a request in memory sends only the given headers.
+// A download asks for the stored bytes and reports progress while the total is known.
 TEST_F(HttpClientTest, HeadersProgressAndDebugLinesOfEachKindOfRequest) {
     const auto sent = [this] {
         std::string text;
@@ -142,8 +140,7 @@ TEST_F(HttpClientTest, HeadersProgressAndDebugLinesOfEachKindOfRequest) {
     EXPECT_EQ(printed_.find("mismatch"), std::string::npos);
 }
 
-// A download ends early when the client was never set up, when no byte arrives for the
-// request limit, or when the receiver stops it (its status still reaches the caller).
+// Never set up, silent for the request limit, or stopped by the receiver (its status arrives).
 TEST_F(HttpClientTest, DownloadsThatEndEarly) {
     HttpConfig config;
     config.requestTimeoutSeconds = 1;
@@ -165,7 +162,6 @@ TEST_F(HttpClientTest, DownloadsThatEndEarly) {
     EXPECT_FALSE(stopped.transient);
 }
 
-// Anything but http and https is refused before a connection is made, also behind a redirect.
 // A body without a stated length is taken up to the limit, and not a byte more.
 TEST_F(HttpClientTest, InMemoryBodyIsBoundedByTheLimitItself) {
     server_.set("/chunked4", "abcd", 200, Kind::Chunked);

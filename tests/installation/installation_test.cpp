@@ -32,8 +32,7 @@ protected:
     std::string registryText() const { return readFile(root() / "registry.reg"); }
 };
 
-// The names other programs and later runs rely on: the windowed updater swaps in "_temp"
-// files, the sweeps find ".staging" and ".tmp" leftovers, the backups sort by their stamp.
+// Names others rely on: the windowed updater swaps in "_temp" files, sweeps find leftovers.
 TEST(InstallationLayout, EveryPathOfTheInstallationIsFormedFromItsFolder) {
     const InstallationLayout layout("/opt/VELK");
     EXPECT_EQ(layout.backupDirectory(), "/opt/VELK/backup");
@@ -51,9 +50,7 @@ TEST(InstallationLayout, EveryPathOfTheInstallationIsFormedFromItsFolder) {
     EXPECT_EQ(layout.backupFile("VELK.dll", when), "/opt/VELK/backup/VELK.dll_20250305_140307.bak");
 }
 
-// The product record's values are read as text without trailing NULs, the folder also without
-// trailing separators; a value that is no text counts as none. Without a folder, the one under
-// Program Files applies; "VELKInstalled" stands in for a "Version" that is no text.
+// A value that is no text counts as none; "VELKInstalled" stands in for such a "Version".
 TEST_F(InstallationTest, ProductRecordIsReadAsTextWithItsFallbacks) {
     const std::string fallback = (root() / "Program Files" / "VELK").string();
     const struct { std::string values, path, version, build; } rows[] = {
@@ -78,8 +75,7 @@ TEST_F(InstallationTest, ProductRecordIsReadAsTextWithItsFallbacks) {
     }
 }
 
-// Problems with the folder come first, then the missing files in order; the write test runs
-// only once every required file is there, and leaves nothing behind.
+// The write test runs only once every required file is there, and leaves nothing behind.
 TEST_F(InstallationTest, ProblemsAreReportedInOrderBeforeTheWriteTest) {
     const auto validate = [](const fs::path& dir) { return validateInstallation(InstallationLayout(dir.string())); };
     EXPECT_EQ(validate("").message, "Installation directory is empty");
@@ -124,8 +120,7 @@ TEST_F(InstallationTest, ServicesCheckNamesWhatIsMissing) {
     }
 }
 
-// Without the product key nothing is written; otherwise both version copies are set and an omitted
-// build is left alone. A registry that cannot be parsed is told apart from an absent one.
+// An omitted build is left alone; a registry that cannot be parsed is told apart from none.
 TEST_F(InstallationTest, VersionIsWrittenOnlyUnderTheProductKey) {
     EXPECT_FALSE(setInstalledVersion("1.1.0", "7"));
     EXPECT_FALSE(fs::exists(root() / "registry.reg"));
@@ -153,8 +148,7 @@ TEST_F(InstallationTest, VersionIsWrittenOnlyUnderTheProductKey) {
 
 using LoggingSettingsTest = InstallationTest;
 
-// A switch is read only as its own type: a value of another type, or none, leaves the
-// switch's default (an empty text or a zero byte taken for a number would turn logging off).
+// An empty text or a zero byte taken for a number would turn logging off.
 TEST_F(LoggingSettingsTest, SwitchesFallBackToTheirDefaultsUnlessTypedRight) {
     const struct { std::string value; bool enabled; std::uint32_t retention; std::string level; } rows[] = {
         {"", true, 30, "info"},

@@ -34,8 +34,7 @@ protected:
 };
 class LogForging : public LoggerTest {};
 
-// Each placeholder is replaced at its first occurrence only, and the timestamp and thread only
-// when enabled. A value is put into the line built so far, so it may complete a placeholder.
+// A value is put into the line built so far, so it may complete a placeholder.
 TEST_F(LoggerTest, PlaceholdersAreReplacedOnceEachInTheLineBuiltSoFar) {
     const struct { std::string pattern; bool timestamp, thread; std::string message, category, line; } rows[] = {
         {"{message} and {message}", true, true, "hi", "", "hi and {message}"},
@@ -179,8 +178,7 @@ TEST_F(RotationTest, RotatedOnlyAfterTheLineThatCrossesTheLimit) {
     EXPECT_EQ(test::readFile(path()), lineOf(60, 'd') + test::kLineEnd);
 }
 
-// Older files move up one suffix and the one past the depth is dropped; at depth 1 the single
-// old file is replaced and files past it are left alone.
+// At depth 1 the single old file is replaced and files past it are left alone.
 TEST_F(RotationTest, SuffixesShiftUpAndTheOldestIsDropped) {
     config_.maxFileSize = 10;
     for (int i = 1; i <= 6; ++i) test::writeFile(path("." + std::to_string(i)), "old " + std::to_string(i) + "\n");

@@ -24,9 +24,8 @@ TEST(ArgumentText, QuotesOnlyArgumentsWithBlanks) {
     EXPECT_EQ(argumentText({"a\tb", "say\"hi\"", "", "z"}), "a\tb say\"hi\"  z");
 }
 
-// A stand-in sudo, alone on PATH, records each call's words one to a line and declines or
-// grants the prompt ("-v"); the program it starts ends with 7. The argument text is split at
-// blanks outside quotes, and no empty word is passed on. Root asks for nothing.
+// A stand-in sudo records each call's words and declines or grants "-v"; what it starts ends
+// with 7. Words split at blanks outside quotes, none empty. Root asks for nothing.
 TEST(Elevation, SudoIsAskedFirstThenGetsTheWordsOfTheArgumentText) {
     const std::string program = "/opt/VELK/VELK_Updater";
     // prompt: the stand-in's exit code for "-v"; none: no sudo at all.

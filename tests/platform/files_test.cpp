@@ -37,7 +37,6 @@ TEST_P(FastCopy, CopiesEveryByteAndThePermissions) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, FastCopy, ::testing::Values(0u, 1u, 4096u, (3u << 20) + 7u));
 
-// A missing source leaves no target behind; an existing target is never overwritten.
 TEST(FastCopyFailure, MissingSourceOrExistingTargetFailsAndLeavesTheTargetAsItWas) {
     const test::TempDir dir;
     std::error_code error;
@@ -59,8 +58,7 @@ TEST(FastCopyFailure, BufferIsTakenOnlyForTheKernelsRefusals) {
     }
 }
 
-// Onto another volume the bytes go through the buffer: a file that fits arrives whole, one
-// that fills the volume fails with the system's error and leaves nothing behind.
+// Onto another volume the bytes go through the buffer; a file that fills it leaves nothing behind.
 TEST(FastCopyFailure, AcrossVolumesAFullVolumeIsReported) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount a small tmpfs as the other volume";
     const test::TempDir dir;
@@ -87,8 +85,7 @@ TEST(ArbitraryInstallation, UnresolvablePathsAreNeverInside) {
     EXPECT_FALSE(isInsideFolder(dir.path(), dir / "loop" / "VELK.dll"));
 }
 
-// Created closed; an earlier run's folder is closed again; a link or another account's
-// folder in its place is refused and left as it is.
+// An earlier run's folder is closed again; a link or another account's folder is left as it is.
 TEST(PrivateFolder, ClosedToEveryoneElse) {
     const test::TempDir dir;
     const fs::path folder = dir / "downloads";
@@ -141,8 +138,7 @@ TEST(PrivateFolder, FilesAreNeverOpenedThroughALink) {
 
 class ConcurrentRuns : public test::SystemRootTest {};  // the locks live in the system root
 
-// Two runs on one installation raced each other's renames and registry writes; the lock
-// lets only one go on. Other spellings of the folder name the same installation.
+// Two runs raced each other's renames and registry writes; other spellings name the same folder.
 TEST_F(ConcurrentRuns, SecondLockOfOneInstallationIsBusyUntilTheFirstIsReleased) {
     const fs::path install = root() / "install";
     fs::create_directories(install / "sub");

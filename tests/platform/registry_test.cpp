@@ -38,8 +38,7 @@ std::string serviceData(const std::string& service, const std::string& name) {
     return value == nullptr ? "<absent>" : value->data;
 }
 
-// One value line of an export, its name in another letter case, what the program sees of it,
-// and the line written back (the same line when empty: the file keeps the export's own form).
+// An export's line, its name in another case, what the program sees, the line written ("": same).
 struct ValueRow { std::string line, name; std::uint32_t type; std::string data, written; };
 
 TEST(RegistryExport, EveryValueTypeIsReadAndWrittenBackInTheExportForm) {
@@ -55,8 +54,7 @@ TEST(RegistryExport, EveryValueTypeIsReadAndWrittenBackInTheExportForm) {
         {R"("Odd"=hex(a):01,02,03)", "odd", 10u, "\x01\x02\x03", ""},
         {R"("Multi"=hex(7):61,00,00,00,62,00,00,00,00,00)", "multi", kRegMultiSz, "a\0b\0\0"s, ""},
         {R"("Nuls"=hex(1):31,00,2e,00,30,00,00,00,00,00)", "nuls", kRegSz, "1.0\0\0"s, ""},
-        // Text types are UTF-16 in the file and UTF-8 in the program: two-, three- and
-        // four-byte characters, the last one a surrogate pair in the file.
+        // UTF-16 in the file, UTF-8 in the program: up to four bytes, a surrogate pair in the file.
         {"\"InstallPath\"=hex(2):43,00,3a,00,5c,00,53,00,70,00,69,00,65,00,6c,00,65,00,5c,00,dc,00,62,00,65,"
          "00,72,00,77,00,61,00,63,00,68,00,75,00,6e,00,67,00,00,00",
          "installpath", kRegExpandSz, "C:\\Spiele\\Überwachung\0"s, ""},

@@ -107,8 +107,7 @@ TEST(ParseManifest, EveryFieldIsKeptDefaultedWhenAbsentAndRefusedWhenMistyped) {
     }
 }
 
-// Values the reader takes its own way; documents of another shape, which give nothing; and the
-// values a manifest is read with but refused for, by the rule they break.
+// Values read its own way; shapes giving nothing; values read but refused, by the rule they break.
 TEST(ParseManifest, ReadingsOfValuesAndShapes) {
     const json patch = validDocument()["manifest"]["files"][1]["patches"][0];
     const std::string b65(65, 'b');

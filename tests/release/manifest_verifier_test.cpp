@@ -235,8 +235,7 @@ TEST(SignedText, IsTheFixedListOfLengthPrefixedFields) {
               "name 8 VELK.dll\nsha256 4 d00d\nsize 2 42\nname 17 VELK_Launcher.exe\nsha256 4 beef\nsize 1 7\n");
 }
 
-// The update decision: versions as numbers per component (at least three, unreadable ones 0), then
-// build numbers as signed 64-bit numbers (unreadable ones 0).
+// Versions compare as numbers per component, then builds as signed 64-bit numbers (unreadable: 0).
 TEST_F(VerifierTest, UpdateDecision) {
     struct Row { std::string installed, installedBuild, version, build; bool allowDowngrades, update; std::string order, verdict; };
     for (const Row& row : std::vector<Row>{

@@ -6,8 +6,7 @@
 
 namespace velk::test {
 
-// SHA-256 as lower-case hex, computed with libsodium directly: an expectation made
-// without the code under test.
+// SHA-256 as lower-case hex from libsodium directly: made without the code under test.
 inline std::string sha256Hex(const std::string& bytes) {
     unsigned char digest[crypto_hash_sha256_BYTES];
     crypto_hash_sha256(digest, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());

@@ -18,9 +18,7 @@
 
 namespace velk::test {
 
-// An HTTP server on loopback, on a port the OS picks, answering from a table of paths and,
-// for paths not in it, from the files below a folder when one is served. Unknown paths
-// get 404. Every request path is recorded in order, and the last request's headers kept.
+// A loopback server answering from a table, else a folder's files, else 404; requests recorded.
 class HttpTestServer {
 public:
     enum class Kind {
@@ -136,9 +134,8 @@ private:
             case Kind::Stall: return send(res, "", 1000, 0, SIZE_MAX, std::chrono::seconds(30));
         }
     }
-    // Sends `body` as an answer of `length` bytes, in blocks of at most `block`, each after
-    // `pause`, and closes the connection at `end`. A pause ends early when the server stops,
-    // so that a client that never gives up cannot keep a test running.
+    // Sends `body` as `length` bytes in blocks of at most `block`, each after `pause` (cut short
+    // when the server stops), and closes the connection at `end`.
     void send(httplib::Response& res, std::string body, std::size_t length, std::size_t end,
               std::size_t block = SIZE_MAX, std::chrono::milliseconds pause = {},
               std::atomic<std::uint64_t>* counted = nullptr) {
@@ -155,8 +152,7 @@ private:
         std::unique_lock<std::mutex> lock(mutex_);
         return stopped_.wait_for(lock, pause, [this] { return stopping_; });
     }
-    // Serves the rest from N for "Range: bytes=N-" when If-Range names this copy, else the
-    // whole body; httplib's own range handling is switched off so the body is cut only here.
+    // The rest from N for "Range: bytes=N-" when If-Range names this copy (httplib's ranges off).
     void serveRanged(const httplib::Request& req, httplib::Response& res, const Answer& found) {
         const_cast<httplib::Request&>(req).ranges.clear();
         res.set_header("ETag", found.etag);

@@ -10,8 +10,7 @@
 
 namespace velk::test {
 
-// A synchronous logger that writes "[LEVEL] message" lines to a file of its own, so a
-// test can read back exactly what a component logged, in order.
+// A synchronous logger writing "[LEVEL] message" lines to a file a test reads back.
 class LogCapture {
 public:
     explicit LogCapture(updater::LogLevel minLevel = updater::LogLevel::Trace) {

@@ -7,8 +7,7 @@
 
 namespace velk::test {
 
-// A manifest entry for `content` named `name`, installed at its name and found at
-// "files/<name>" below a download base unless another URL is given.
+// An entry for `content`, installed at `name`, found at "files/<name>" unless `url` is given.
 inline updater::ManifestFile entry(const std::string& name, const std::string& content, const std::string& url = "") {
     updater::ManifestFile file;
     file.name = name;

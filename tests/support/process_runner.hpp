@@ -17,8 +17,7 @@ struct ProcessOptions {
     std::string workingDirectory;            // empty: this process's
 };
 
-// Runs a program with arguments (no shell), waits for it, and returns its exit code
-// and everything it wrote to standard output and standard error.
+// Runs a program (no shell), waits for it, and returns its exit code and output.
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
                          const ProcessOptions& options = {});
 
@@ -31,29 +30,15 @@ public:
     BackgroundProcess(const BackgroundProcess&) = delete;
     BackgroundProcess& operator=(const BackgroundProcess&) = delete;
 
-    // The next line the program writes to standard output, without its line end; empty
-    // when the output ends first.
+    // The next line of standard output, without its line end; empty when the output ends.
     std::string readLine();
-    // Sends the signal (SIGTERM by default) and waits; the exit code, or -1 when the
-    // process did not end normally.
+    // Sends the signal and waits; the exit code, or -1 when the process did not end normally.
     int stop(int signal = 15);
 
 private:
     int pid_ = -1;
     int out_ = -1;
     std::string pending_;
-};
-
-// The local update server on a port the OS picks, serving `root`; `port()` once running.
-class UpdateServer {
-public:
-    explicit UpdateServer(const std::string& root, const std::vector<std::string>& extraArgs = {});
-    int port() const { return port_; }
-    std::string url(const std::string& path = "") const;
-
-private:
-    BackgroundProcess process_;
-    int port_ = 0;
 };
 
 // Path of a program built by this project (for example "VELK_Updater").

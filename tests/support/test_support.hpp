@@ -54,8 +54,7 @@ protected:
     ScopedEnv rootEnv_;
 };
 
-// Sets or clears the immutable attribute, which stops writes and deletion even for root.
-// False when the file system or the process's privileges do not allow it.
+// The immutable attribute stops writes and deletion even for root; false where it cannot be set.
 bool setImmutable(const fs::path& path, bool immutable);
 
 // Holds a path immutable for its lifetime; `active()` says whether that worked.
@@ -79,8 +78,7 @@ std::string readFile(const fs::path& path);
 // What a text stream writes for "\n" on this platform: "\r\n" on Windows.
 extern const std::string kLineEnd;
 
-// The lines of a text file's content, each ended by kLineEnd; a last line without one
-// counts too.
+// The lines of a text, each ended by kLineEnd; a last line without one counts too.
 std::vector<std::string> splitLines(const std::string& text);
 
 // Writes <root>/registry.reg: the export header followed by `body` ("[KEY]" sections).

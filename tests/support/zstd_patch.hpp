@@ -9,9 +9,8 @@
 
 namespace velk::test {
 
-// A zstd frame that rebuilds `target` with `base` as its prefix, made as the publisher makes
-// them (the window the updater allows for these sizes, the result's size in the frame)
-// unless `statesSize` is false.
+// A zstd frame rebuilding `target` from the prefix `base` as the publisher makes them (the
+// window the updater allows, the result's size stated unless `statesSize` is false).
 inline std::string zstdPatch(const std::string& base, const std::string& target, bool statesSize = true) {
     std::unique_ptr<ZSTD_CCtx, decltype(&ZSTD_freeCCtx)> encoder(ZSTD_createCCtx(), ZSTD_freeCCtx);
     ZSTD_CCtx_setParameter(encoder.get(), ZSTD_c_windowLog,

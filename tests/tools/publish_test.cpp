@@ -31,9 +31,8 @@ protected:
     TempDir dir_;
 };
 
-// A flag set fails saying why and writes no manifest, or publishes one that says what the flags
-// ask, expires when they say and verifies with the keys it prints for pinning. Without a key
-// given, the default key is made once, kept for its owner alone and printed on request.
+// A flag set fails saying why, or publishes a manifest that verifies with the keys printed for
+// pinning. The default key is made once, kept for its owner alone and printed on request.
 TEST_F(PublishTest, FlagSetsAndWhatTheyPublish) {
     const std::string first = (dir_ / "first.seed").string(), second = (dir_ / "second.seed").string();
     writeFile(first, std::string(43, 'A') + "=\n");

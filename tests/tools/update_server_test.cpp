@@ -7,15 +7,17 @@
 namespace velk::test {
 namespace {
 
-// Every prefix serves the site's root and nothing above it; a command-line rule answers for one
-// path, or with a trailing "/" for every path below it. (Its other answers work in the e2e tests.)
+// Nothing above the site's root; a rule ending in "/" answers for every path below it.
 TEST(UpdateServerTest, PrefixesServeTheRootAndCommandLineRulesAnswerInstead) {
     TempDir dir;
     writeFile(dir / "site" / "manifest.json", "{}");
     writeFile(dir / "site" / "files" / "VELK.dll", std::string(100000, 'v'));
     writeFile(dir / "secret.txt", "outside the site");
-    UpdateServer server((dir / "site").string(), {"--rule", "/cdn/=404", "--rule", "/mirror/files/VELK.dll=503"});
-    httplib::Client client("127.0.0.1", server.port());
+    const std::vector<std::string> args{"--root", (dir / "site").string(), "--port", "0", "--rule", "/cdn/=404",
+                                        "--rule", "/mirror/files/VELK.dll=503"};
+    BackgroundProcess server(builtProgram("velk_update_server"), args);
+    const std::string listening = server.readLine();  // "... listening on http://127.0.0.1:<port>"
+    httplib::Client client("127.0.0.1", std::stoi(listening.substr(listening.rfind(':') + 1)));
     for (const auto& [path, status] : std::vector<std::pair<std::string, int>>{
              {"/update/manifest.json", 200},
              {"/origin/files/VELK.dll", 200},

@@ -1,6 +1,5 @@
-// A file held open without share-write and share-delete (a running program, a virus scanner
-// reading what was just written): its replacement waits for it to be released within the
-// window, and fails cleanly, leaving the old file, when it is not.
+// A file held without share-write and share-delete (a running program, a virus scanner): its
+// replacement waits for its release within the window, else fails leaving the old file.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -31,8 +30,7 @@ protected:
         test::writeFile(download, content);
         return updater.installFile(test::entry("VELK.dll", content), download.string(), {});
     }
-    // Sharing is checked per handle, so a handle of this process stands in for another
-    // process's.
+    // Sharing is checked per handle, so one of this process stands in for another process's.
     HANDLE hold() const {
         return CreateFileW((install_ / "VELK.dll").wstring().c_str(), GENERIC_READ, FILE_SHARE_READ,
                            nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);

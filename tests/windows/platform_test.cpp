@@ -63,8 +63,7 @@ std::string buildFolder() {
     return path;
 }
 
-// Nothing outside the folder (its parent, a sibling with the same prefix, another drive) is
-// inside it.
+// Its parent, a sibling with the same prefix and another drive are outside the folder.
 TEST(ArbitraryInstallation, FoldersCompareInAnyCaseAndParentsDoNotEscape) {
     const test::TempDir dir;
     const fs::path folder = dir.path() / "VELK";
@@ -113,10 +112,8 @@ std::string accessList(const fs::path& folder) {
     return result;
 }
 
-// The download folder: created hidden with an access list for Administrators and SYSTEM only,
-// nothing inherited; an earlier run's folder gets that list again; a file in its place is
-// refused. Wine keeps no security descriptor on a Unix file system: it maps an access list to
-// the file's mode and back, so there only "nobody else is let in" can be checked.
+// Hidden, nothing inherited; an earlier run's folder gets the list again. Wine maps an access
+// list to the file's mode and back, so there only "nobody else is let in" can be checked.
 TEST(PrivateFolder, OnlyAdministratorsAndSystem) {
     const std::string expected = "D:P(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)";
     const test::TempDir dir;
@@ -171,8 +168,7 @@ TEST(ElevationTest, ElevatedProcessStartsNothing) {
     EXPECT_EQ(result.message, "Process is already elevated");
 }
 
-// Zip extraction goes through the shell's zip folders, which Wine does not have: there the
-// test skips with the reason, so it is never counted as a pass.
+// Wine has no shell zip folders: there the test skips, so it is never counted as a pass.
 TEST(WineLimitsTest, ZipExtractionThroughShellFolders) {
     if (runningUnderWine()) {
         GTEST_SKIP() << "Wine has no zip folders: Shell.Application's NameSpace on a .zip returns S_FALSE";
@@ -262,8 +258,7 @@ std::string debugString(HANDLE process, const OUTPUT_DEBUG_STRING_INFO& info) {
     return text.substr(0, text.find('\0'));
 }
 
-// Runs the command line under this process as its debugger; every debugger text it sent (the
-// logger's debugger channel).
+// Every debugger text the command line sent, run under this process as its debugger.
 std::vector<std::string> debugStringsOf(std::string commandLine) {
     std::vector<std::string> strings;
     STARTUPINFOA startup{};

@@ -1,6 +1,5 @@
-// VELK_Updater.exe under Wine against the local update server: a real update of plain files
-// and one by patch, with the product record (version and rollout cohort) read and written in
-// the prefix's registry, and the missing service registered through its service manager.
+// VELK_Updater.exe under Wine: plain and patched updates, the product record in the prefix's
+// registry, and the missing service registered through its service manager.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -84,8 +83,7 @@ TEST_F(WineUpdateTest, PlainFilesAreReplacedAndTheNewVersionIsRecorded) {
               std::string::npos);
 }
 
-// The Windows program applies a zstd patch to the installed copy: every whole file is gone
-// from the server, so only the patch can bring the new build.
+// Every whole file is gone from the server, so only the patch can bring the new build.
 TEST_F(WineUpdateTest, PatchedUpdateUsesTheInstalledCopy) {
     std::string library;
     for (int i = 0; i < 5000; ++i) library += "function " + std::to_string(i) + ";\n";

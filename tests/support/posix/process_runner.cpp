@@ -61,8 +61,7 @@ int waitFor(pid_t pid) {
 
 }  // namespace
 
-// The standard streams are files, read once the program has ended: output of a process it
-// left running cannot keep the test waiting.
+// Output goes to files, read at the end: a process it left running cannot keep the test waiting.
 ProcessResult runProcess(const std::string& program, const std::vector<std::string>& args,
                          const ProcessOptions& options) {
     const TempDir dir;
@@ -115,22 +114,6 @@ int BackgroundProcess::stop(int signal) {
     if (pid_ <= 0) return -1;
     ::kill(pid_, signal);
     return waitFor(std::exchange(pid_, -1));
-}
-
-UpdateServer::UpdateServer(const std::string& root, const std::vector<std::string>& extraArgs)
-    : process_(builtProgram("velk_update_server"), [&] {
-          std::vector<std::string> args{"--root", root, "--port", "0"};
-          args.insert(args.end(), extraArgs.begin(), extraArgs.end());
-          return args;
-      }()) {
-    const std::string line = process_.readLine();
-    const auto colon = line.rfind(':');
-    if (colon == std::string::npos) throw std::runtime_error("update server did not start: " + line);
-    port_ = std::stoi(line.substr(colon + 1));
-}
-
-std::string UpdateServer::url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + path;
 }
 
 std::string builtProgram(const std::string& name) { return std::string(VELK_BINARY_DIR) + "/" + name; }

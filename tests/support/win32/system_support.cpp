@@ -11,8 +11,7 @@ void setEnvironment(const std::string& name, const std::optional<std::string>& v
     _putenv_s(name.c_str(), value ? value->c_str() : "");
 }
 
-// Windows has no attribute that stops even an administrator from writing; the tests
-// that need one skip.
+// Windows has no attribute that stops even an administrator; the tests that need one skip.
 bool setImmutable(const fs::path&, bool) { return false; }
 
 }  // namespace velk::test
