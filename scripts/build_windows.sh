@@ -3,7 +3,8 @@
 # mingw-w64. libsodium, libcurl (Schannel for TLS), libzstd and GoogleTest have no mingw packages
 # in Debian, so they are built here from Debian's own sources; the result is kept in the
 # build folder and reused by later runs on the same machine.
-#   BUILD_DIR   build folder (default: build-win)
+#   BUILD_DIR      build folder (default: build-win)
+#   LOOPBACK_PORT  the local update server's port for the default endpoints (default: CMake's)
 set -euo pipefail
 shopt -s inherit_errexit
 
@@ -141,7 +142,8 @@ install_nlohmann_json
 export PKG_CONFIG_LIBDIR="$prefix/lib/pkgconfig"
 export PKG_CONFIG_SYSROOT_DIR=/
 cmake -S . -B "$build_dir" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$source_dir/cmake/mingw-w64.cmake" \
-    -DVELK_WINDOWS_DEPS="$prefix" -DVELK_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELK_WERROR=ON
+    -DVELK_WINDOWS_DEPS="$prefix" -DVELK_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELK_WERROR=ON \
+    ${LOOPBACK_PORT:+-DVELK_LOOPBACK_PORT="$LOOPBACK_PORT"}
 cmake --build "$build_dir" --parallel "$jobs"
 # The vendor's package: a zip holding VELK_Updater.exe.
 (cd "$build_dir" && cpack -G ZIP)

@@ -19,7 +19,7 @@ out=build-fuzz
 CC=clang CXX=clang++ cmake -S . -B "$out" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELK_FUZZ=ON \
     -DVELK_SANITIZE=ON -DVELK_BUILD_TESTS=OFF -DVELK_BUILD_BENCH=OFF -DVELK_BUILD_TOOLS=OFF >/dev/null
 for target in "${targets[@]}"; do
-    cmake --build "$out" --target "${target}_fuzz"
+    cmake --build "$out" --target "${target}_fuzz" --parallel "$(nproc)"
     corpus="$out/corpus-$target"
     mkdir -p "$corpus"
     [ -d "tests/fuzz/corpus/$target" ] && cp -n "tests/fuzz/corpus/$target"/* "$corpus/" 2>/dev/null || true

@@ -6,9 +6,11 @@ set -euo pipefail
 
 cd "$(dirname "$0")/.."
 
-BUILD_DIR=build-win scripts/build_windows.sh
-# The Linux build supplies the end-to-end driver, the publisher and the update server.
+# The Linux build supplies the end-to-end driver, the publisher and the update server; the
+# Windows program must look for that server on the same port.
 BUILD_DIR=build scripts/setup.sh
+LOOPBACK_PORT="$(sed -n 's/^VELK_LOOPBACK_PORT:STRING=//p' build/CMakeCache.txt)" BUILD_DIR=build-win \
+    scripts/build_windows.sh
 
 scratch="$(mktemp -d)"
 export WINEPREFIX="$scratch/prefix"

@@ -9,12 +9,15 @@
 
 namespace velk::fuzz {
 
-// A folder of this process's own under /tmp, made on first use.
+// A folder of this process's own under /tmp, made on first use and removed at exit.
 inline const std::filesystem::path& workFolder() {
     static const std::filesystem::path folder = [] {
         char name[] = "/tmp/velk_fuzz_XXXXXX";
         return std::filesystem::path(mkdtemp(name));
     }();
+    // Registered after the path is made, so it runs before the path is destroyed.
+    [[maybe_unused]] static const int removal =
+        std::atexit([] { std::error_code ignored; std::filesystem::remove_all(folder, ignored); });
     return folder;
 }
 
