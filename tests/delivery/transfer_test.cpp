@@ -72,7 +72,8 @@ TEST_F(TransferTest, TransientErrors) {
 
 // A source that refuses connections costs its retries once, then is skipped for the whole run.
 TEST_F(TransferTest, UnreachableSourceIsSkippedForTheRestOfTheRun) {
-    const std::string deadBase = test::HttpTestServer().url("/cdn");  // nothing listens there once it is gone
+    const test::Listener refusing(false);
+    const std::string deadBase = "http://" + refusing.address() + "/cdn";
     config_.baseUrls = {deadBase, server_.url("/mirror")};
     server_.set("/mirror/files/VELK.dll", "one");
     server_.set("/mirror/files/VELK.exe", "two");

@@ -1,6 +1,10 @@
 #pragma once
 
 #include <httplib.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -17,6 +21,27 @@
 #include <vector>
 
 namespace velk::test {
+
+// A loopback port held for the test. Listening, it never accepts: the kernel queues a finished
+// handshake as pending. Not listening, every connection is refused, and no other test can take the port.
+struct Listener {
+    explicit Listener(bool listening = true) {
+        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+        ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        if (listening) ::listen(fd, 4);
+        socklen_t length = sizeof address;
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+        port = ntohs(address.sin_port);
+    }
+    ~Listener() { ::close(fd); }
+    std::string address() const { return "127.0.0.1:" + std::to_string(port); }
+    bool connectionPending() const {
+        pollfd entry{fd, POLLIN, 0};
+        return ::poll(&entry, 1, 0) > 0;
+    }
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    int port = 0;
+};
 
 // A loopback server answering from a table, else a folder's files, else 404; requests recorded.
 class HttpTestServer {
