@@ -45,9 +45,8 @@ TEST_F(LoggerTest, PlaceholdersAreReplacedOnceEachInTheLineBuiltSoFar) {
         {"{thr{message}", true, true, "ead}", "", "4242"},
     };
     for (const auto& row : rows) {
-        const LoggerConfig config{.logFilePath = "", .includeTimestamp = row.timestamp,
-                                  .includeThreadId = row.thread, .timeFormat = "%S",
-                                  .pattern = row.pattern};
+        const LoggerConfig config{.logFilePath = "", .includeTimestamp = row.timestamp, .includeThreadId = row.thread,
+                                  .timeFormat = "%S", .pattern = row.pattern};
         const LogEntry entry{LogLevel::Info, row.message, row.category, std::chrono::system_clock::from_time_t(0), "4242"};
         EXPECT_EQ(Logger(config).formatEntry(entry), row.line) << row.pattern;
     }
@@ -57,8 +56,7 @@ TEST_F(LoggerTest, PlaceholdersAreReplacedOnceEachInTheLineBuiltSoFar) {
 // The time text is kept from one line to the next only within its second.
 TEST_F(LoggerTest, EachLineCarriesTheSecondItWasLoggedIn) {
     // Seconds read the same in every time zone of whole minutes.
-    const Logger logger(
-        LoggerConfig{.logFilePath = "", .timeFormat = "%S", .pattern = "{timestamp}"});
+    const Logger logger(LoggerConfig{.logFilePath = "", .timeFormat = "%S", .pattern = "{timestamp}"});
     std::string seen;
     for (const std::int64_t ms : {1700000000000, 1700000000999, 1700000001000, 1700000000500, 1700000059000}) {
         const std::chrono::system_clock::time_point at{std::chrono::milliseconds(ms)};

@@ -56,6 +56,15 @@ CommandOutput captureCommand(const std::string& commandLine) {
     return output;
 }
 
+std::string systemFolder() {
+    char system[MAX_PATH] = {};
+    GetSystemDirectoryA(system, MAX_PATH);
+    return system;
+}
+
+// reg.exe by its full path, so that the query does not depend on the command search path.
+std::string regQuery(const std::string& key) { return "\"" + systemFolder() + "\\reg.exe\" query \"" + key + "\""; }
+
 // The folder holding the cross-built programs: this test program lives two levels below it.
 std::string buildFolder() {
     std::string path = executablePath();
@@ -145,9 +154,7 @@ TEST(ProcessTest, ExecutablePathAndProgramFilesComeFromTheSystem) {
 }
 
 TEST(ElevationTest, RunasStartsTheProgramAndHandsBackItsExitCode) {
-    char system[MAX_PATH] = {};
-    ASSERT_GT(GetSystemDirectoryA(system, MAX_PATH), 0u);
-    const std::string cmd = std::string(system) + "\\cmd.exe";
+    const std::string cmd = systemFolder() + "\\cmd.exe";
 
     const ElevationResult waited = startElevated(cmd, "/c exit 7", true);
     ASSERT_TRUE(waited.success) << waited.message;
@@ -176,14 +183,11 @@ TEST(WineLimitsTest, ZipExtractionThroughShellFolders) {
     const test::TempDir dir;
     test::writeFile(dir / "in" / "VELK.dll", "library bytes");
     // tar.exe ships with Windows 10 and later and writes zip archives with -a.
-    ASSERT_EQ(captureCommand("tar -a -cf \"" + (dir / "VELK.zip").string() + "\" -C \"" +
-                             (dir / "in").string() + "\" VELK.dll")
-                  .exitCode,
-              0);
-    const std::string out = (dir / "VELK.dll.tmp").string();
-    ASSERT_EQ(extractZipEntry((dir / "VELK.zip").string(), "VELK.dll", out, 13), ZipEntryStatus::Extracted);
+    const std::string zip = (dir / "VELK.zip").string(), out = (dir / "VELK.dll.tmp").string();
+    ASSERT_EQ(captureCommand("tar -a -cf \"" + zip + "\" -C \"" + (dir / "in").string() + "\" VELK.dll").exitCode, 0);
+    ASSERT_EQ(extractZipEntry(zip, "VELK.dll", out, 13), ZipEntryStatus::Extracted);
     EXPECT_EQ(test::readFile(out), "library bytes");
-    EXPECT_EQ(extractZipEntry((dir / "VELK.zip").string(), "VELK.dll", out, 12), ZipEntryStatus::TooLarge);
+    EXPECT_EQ(extractZipEntry(zip, "VELK.dll", out, 12), ZipEntryStatus::TooLarge);
     EXPECT_FALSE(fs::exists(out));
 }
 
@@ -220,14 +224,14 @@ TEST_F(ProductRecordTest, TypedReadsRefuseOtherTypesAndReportMissingValues) {
 
 TEST_F(ProductRecordTest, WrittenVersionIsWhatRegQueryShowsAndAMissingKeyIsNeverCreated) {
     ASSERT_TRUE(setInstalledVersion("2.5.1", "1234"));
-    const std::string version = captureCommand("reg query \"HKLM\\SOFTWARE\\Quenmark\\VELK\" /v Version").text;
+    const std::string version = captureCommand(regQuery("HKLM\\SOFTWARE\\Quenmark\\VELK") + " /v Version").text;
     EXPECT_NE(version.find("REG_SZ"), std::string::npos) << version;
     EXPECT_NE(version.find("2.5.1"), std::string::npos) << version;
     EXPECT_EQ(getInstalledVersion(), "2.5.1");
 
     RegDeleteTreeA(HKEY_LOCAL_MACHINE, kProductRegistryKey);
     EXPECT_FALSE(setInstalledVersion("3.0.0", "1"));
-    EXPECT_NE(captureCommand("reg query \"HKLM\\SOFTWARE\\Quenmark\\VELK\"").exitCode, 0);
+    EXPECT_EQ(captureCommand(regQuery("HKLM\\SOFTWARE\\Quenmark\\VELK")).exitCode, 1);  // not found
 }
 
 TEST(ServiceManagerTest, ServiceCreatedBySeamIsFoundByOpenService) {
@@ -242,7 +246,7 @@ TEST(ServiceManagerTest, ServiceCreatedBySeamIsFoundByOpenService) {
     EXPECT_TRUE(queryServicePresence(name).serviceOpened);
     EXPECT_TRUE(isServiceInstalled(name));
     // Wine's sc has no "qc"; the service's key holds the command line.
-    const auto image = captureCommand("reg query \"HKLM\\SYSTEM\\CurrentControlSet\\Services\\" + name + "\" /v ImagePath");
+    const auto image = captureCommand(regQuery("HKLM\\SYSTEM\\CurrentControlSet\\Services\\" + name) + " /v ImagePath");
     EXPECT_NE(image.text.find("C:\\VELK\\VELK_Service.exe"), std::string::npos) << image.text;
     // A second creation fails; Windows' sc gives ERROR_SERVICE_EXISTS as the exit code, Wine's 1.
     EXPECT_EQ(createService(name, "VELK Test Service", "C:\\x.exe"), runningUnderWine() ? 1 : 1073);
